@@ -1,0 +1,37 @@
+/*
+ * MAP message library: life cycle, transfer syntaxes and (in later versions)
+ * builder, query, lane matching and point conversion over the CSAE
+ * MessageFrame / MapData structure. Plain C interface for RSU programs.
+ */
+#ifndef V2XAPP_GBMAP_H
+#define V2XAPP_GBMAP_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Untyped handle; for the operations below a pointer to a MessageFrame whose
+ * choice is the map message. */
+typedef void* V2XAPP_GBMHANDLE;
+
+int32_t v2xapp_GBMapStrInit(V2XAPP_GBMHANDLE* p_handle);
+int32_t v2xapp_GBMapStrDel(V2XAPP_GBMHANDLE* p_handle);
+int32_t v2xapp_GBMapSetMsgCnt(V2XAPP_GBMHANDLE mapHandle, uint32_t msgCnt);
+int32_t v2xapp_GBMapGetMsgCnt(V2XAPP_GBMHANDLE mapHandle, uint32_t* pmsgCnt);
+int32_t v2xapp_GBMapSetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t timeStamp);
+int32_t v2xapp_GBMapGetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t* ptimeStamp);
+/* *p_data_len: capacity in, encoded length out. When the encoding does not
+ * fit, 0 is returned with the full length: compare it with the capacity. */
+int32_t v2xapp_GBMapUperEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* p_data_len);
+int32_t v2xapp_GBMapUperDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* pdata, uint32_t dataLen);
+int32_t v2xapp_GBMapXerEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* pdataLen);
+int32_t v2xapp_GBMapXerDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* p_data, uint32_t data_len);
+int32_t v2xapp_GBMapPrint(V2XAPP_GBMHANDLE handle);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,242 @@
+// Tagged logging over spdlog: a fixed registry of tags with atomic levels, one
+// spdlog logger with a rotating file sink and an optional stderr sink.
+#include "v2xlog.h"
+
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/spdlog.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace {
+
+struct TagEntry {
+  char name[8] = {};
+  std::atomic<int32> level{V2XLOG_DEFAULT_LEVEL};
+};
+
+class Registry {
+ public:
+  static Registry& instance() {
+    static Registry r;
+    return r;
+  }
+
+  TagEntry* add(const char* name) {
+    std::lock_guard lock(mutex_);
+    if (TagEntry* e = findLocked(name)) return e;
+    uint16 n = count_.load(std::memory_order_relaxed);
+    if (n >= V2XLOG_MAX_TAGS) return nullptr;
+    TagEntry& e = tags_[n];
+    std::strncpy(e.name, name, 4);
+    e.level.store(defaultLevel_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    count_.store(n + 1, std::memory_order_release);
+    return &e;
+  }
+
+  TagEntry* find(const char* name) {
+    std::lock_guard lock(mutex_);
+    return findLocked(name);
+  }
+
+  TagEntry* at(uint16 index) {
+    return index < count_.load(std::memory_order_acquire) ? &tags_[index] : nullptr;
+  }
+
+  uint16 count() const { return count_.load(std::memory_order_acquire); }
+
+  void setAll(int32 level) {
+    std::lock_guard lock(mutex_);
+    defaultLevel_.store(level, std::memory_order_relaxed);
+    for (uint16 i = 0; i < count_.load(std::memory_order_relaxed); ++i)
+      tags_[i].level.store(level, std::memory_order_relaxed);
+  }
+
+  int32 defaultLevel() const { return defaultLevel_.load(std::memory_order_relaxed); }
+
+ private:
+  TagEntry* findLocked(const char* name) {
+    for (uint16 i = 0; i < count_.load(std::memory_order_relaxed); ++i)
+      if (std::strncmp(tags_[i].name, name, 4) == 0 && name[std::strlen(tags_[i].name)] == '\0') return &tags_[i];
+    return nullptr;
+  }
+
+  std::mutex mutex_;
+  std::array<TagEntry, V2XLOG_MAX_TAGS> tags_{};
+  std::atomic<uint16> count_{0};
+  std::atomic<int32> defaultLevel_{V2XLOG_DEFAULT_LEVEL};
+};
+
+// Names of the levels as they appear in each line.
+constexpr std::array<const char*, 8> kLevelNames = {"NONE", "PKT", "ERR", "WARN", "NOTE", "INFO", "DBG", "TRACE"};
+
+spdlog::level::level_enum toSpd(int32 level) {
+  if (level <= 2) return spdlog::level::err;
+  if (level == 3) return spdlog::level::warn;
+  if (level <= 5) return spdlog::level::info;
+  if (level == 6) return spdlog::level::debug;
+  return spdlog::level::trace;
+}
+
+class Output {
+ public:
+  static Output& instance() {
+    static Output o;
+    return o;
+  }
+
+  int32 init(const char* path, const char* defaultTag, bool file, bool console, bool force) {
+    std::vector<spdlog::sink_ptr> sinks;
+    int32 ret = 0;
+    if (file) {
+      try {
+        std::error_code ec;
+        auto parent = std::filesystem::path(path).parent_path();
+        if (!parent.empty()) std::filesystem::create_directories(parent, ec);
+        sinks.push_back(std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, V2XLOG_FILE_MAX_SIZE,
+                                                                               V2XLOG_FILE_MAX_FILES));
+      } catch (const spdlog::spdlog_ex& e) {
+        std::fprintf(stderr, "v2xlog: cannot open log file %s: %s\n", path, e.what());
+        ret = -1;
+      }
+    }
+    const char* env = std::getenv("V2XLOG_STDERR");
+    bool envForce = env != nullptr && std::strcmp(env, "1") == 0;
+    if (force || envForce || (console && isatty(STDERR_FILENO) != 0))
+      sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    auto logger = std::make_shared<spdlog::logger>("v2x", sinks.begin(), sinks.end());
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
+    logger->set_level(spdlog::level::trace);
+    logger->flush_on(spdlog::level::trace);
+    {
+      std::lock_guard lock(mutex_);
+      logger_ = logger;
+      std::snprintf(defaultTag_, sizeof(defaultTag_), "%.4s", defaultTag);
+    }
+    return ret;
+  }
+
+  void write(const char* tag, int32 level, const char* text) {
+    std::shared_ptr<spdlog::logger> logger;
+    {
+      std::lock_guard lock(mutex_);
+      logger = logger_;
+      if (tag == nullptr) tag = defaultTag_;
+    }
+    const char* lvl = kLevelNames[static_cast<size_t>(level) & 7U];
+    if (logger) {
+      logger->log(toSpd(level), "[{}][{}] {}", tag, lvl, text);
+    } else {
+      std::fprintf(stderr, "[%s][%s] %s\n", tag, lvl, text);
+    }
+  }
+
+  void flush() {
+    std::shared_ptr<spdlog::logger> logger;
+    {
+      std::lock_guard lock(mutex_);
+      logger = logger_;
+    }
+    if (logger) logger->flush();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::shared_ptr<spdlog::logger> logger_;
+  char defaultTag_[8] = "V2X";
+};
+
+bool validTag(const char* name) {
+  if (name == nullptr) return false;
+  size_t n = std::strlen(name);
+  return n >= 1 && n <= 4;
+}
+
+bool validLevel(int32 level) { return level >= 0 && level <= V2XLOG_MAX_LEVEL; }
+
+TagEntry* resolve(v2xlog_config_t* tag) {
+  if (tag == nullptr) return nullptr;
+  if (tag->m_handle != nullptr) return static_cast<TagEntry*>(tag->m_handle);
+  TagEntry* e = Registry::instance().find(tag->m_tagName);
+  // Cache only registered tags; an unregistered record keeps following the default level.
+  if (e != nullptr) tag->m_handle = e;
+  return e;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32 v2xlog_Init(const char* logFile, const char* defaultTag, int32 fileEnable, int32 consoleEnable,
+                  int32 consoleForce) {
+  if ((fileEnable != 0 && logFile == nullptr) || defaultTag == nullptr) return -2;
+  return Output::instance().init(logFile, defaultTag, fileEnable != 0, consoleEnable != 0, consoleForce != 0);
+}
+
+V2XLOG_HANDLE v2xlog_AddTag(const char* tagName) {
+  if (!validTag(tagName)) return nullptr;
+  return Registry::instance().add(tagName);
+}
+
+int32 v2xlog_SetTagLevel(V2XLOG_HANDLE handle, int32 level) {
+  if (handle == nullptr || !validLevel(level)) return -2;
+  static_cast<TagEntry*>(handle)->level.store(level, std::memory_order_relaxed);
+  return 0;
+}
+
+int32 v2xlog_SetAllTagLevel(int32 level) {
+  if (!validLevel(level)) return -2;
+  Registry::instance().setAll(level);
+  return 0;
+}
+
+int32 v2xlog_GetTagHandle(const char* tagName, V2XLOG_HANDLE* handle) {
+  if (tagName == nullptr || handle == nullptr) return -2;
+  TagEntry* e = validTag(tagName) ? Registry::instance().find(tagName) : nullptr;
+  if (e == nullptr) return -1;
+  *handle = e;
+  return 0;
+}
+
+uint16 v2xlog_GetTagNum(void) { return Registry::instance().count(); }
+
+int32 v2xlog_GetTagLevelByIndex(uint16 index, char tagName[8], int16* level) {
+  if (tagName == nullptr || level == nullptr) return -2;
+  TagEntry* e = Registry::instance().at(index);
+  if (e == nullptr) return -2;
+  std::memset(tagName, 0, 8);
+  std::memcpy(tagName, e->name, std::strlen(e->name));
+  *level = static_cast<int16>(e->level.load(std::memory_order_relaxed));
+  return 0;
+}
+
+int32 v2xlog_GetLevel(v2xlog_config_t* tag) {
+  TagEntry* e = resolve(tag);
+  return e != nullptr ? e->level.load(std::memory_order_relaxed) : Registry::instance().defaultLevel();
+}
+
+bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level) { return level > 0 && level <= v2xlog_GetLevel(tag); }
+
+void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) {
+  if (fmt == nullptr || !v2xlog_IsEnabled(tag, level)) return;
+  char line[V2XLOG_LINE_MAX];
+  va_list ap;
+  va_start(ap, fmt);
+  std::vsnprintf(line, sizeof(line), fmt, ap);
+  va_end(ap);
+  Output::instance().write(tag != nullptr ? tag->m_tagName : nullptr, level, line);
+}
+
+void v2xlog_Flush(void) { Output::instance().flush(); }
+
+}  // extern "C"
