@@ -1,0 +1,107 @@
+// Test support for the IPC tests: free loopback ports, a plain UDP peer, and
+// an IPC port configuration file for a working directory.
+#pragma once
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "test_process.h"
+
+namespace v2xtest {
+
+// A port that was free a moment ago (the kernel's choice for port 0).
+inline uint16_t freeUdpPort() {
+  int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof(a);
+  uint16_t port = 0;
+  if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+    port = ntohs(a.sin_port);
+  if (fd >= 0) ::close(fd);
+  return port;
+}
+
+inline sockaddr_in loopback(uint16_t port) {
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  a.sin_port = htons(port);
+  return a;
+}
+
+// A plain UDP socket on 127.0.0.1 (port 0: any), with bounded receives.
+class UdpPeer {
+ public:
+  explicit UdpPeer(uint16_t port = 0) {
+    fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in a = loopback(port);
+    socklen_t len = sizeof(a);
+    if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
+        ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+      port_ = ntohs(a.sin_port);
+  }
+  ~UdpPeer() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  UdpPeer(const UdpPeer&) = delete;
+  UdpPeer& operator=(const UdpPeer&) = delete;
+
+  uint16_t port() const { return port_; }
+
+  bool sendTo(uint16_t port, const std::vector<uint8_t>& data) const { return sendTo(loopback(port), data); }
+  bool sendTo(const sockaddr_in& to, const std::vector<uint8_t>& data) const {
+    return ::sendto(fd_, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)) ==
+           static_cast<ssize_t>(data.size());
+  }
+
+  // One datagram within timeoutMs; false when none came.
+  bool receive(std::vector<uint8_t>& data, sockaddr_in* from = nullptr, int timeoutMs = 3000) const {
+    pollfd p{fd_, POLLIN, 0};
+    if (::poll(&p, 1, timeoutMs) <= 0) return false;
+    data.assign(65536, 0);
+    sockaddr_in src{};
+    socklen_t len = sizeof(src);
+    ssize_t n = ::recvfrom(fd_, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&src), &len);
+    if (n < 0) return false;
+    data.resize(static_cast<size_t>(n));
+    if (from != nullptr) *from = src;
+    return true;
+  }
+
+ private:
+  int fd_ = -1;
+  uint16_t port_ = 0;
+};
+
+struct IpcPorts {
+  uint16_t appRs;    // the stack peer ("RSU_RCV")
+  uint16_t convSnd;  // the service's client socket
+  uint16_t logTool;  // the service's log tool socket
+};
+
+inline IpcPorts freshPorts() { return {freeUdpPort(), freeUdpPort(), freeUdpPort()}; }
+
+inline std::string ipcConfigText(const IpcPorts& p) {
+  return "ports : {\n  m_app_rs_rcvport = " + std::to_string(p.appRs) +
+         ";\n  m_map_conv_sndport = " + std::to_string(p.convSnd) +
+         ";\n  m_mapconv_logtool_rcvport = " + std::to_string(p.logTool) +
+         ";\n};\nendpoints : {\n  RSU_RCV = \"127.0.0.1\";\n  MAP_C_LOGTOOL = \"127.0.0.1\";\n};\n"
+         "bind : {\n  MAP_C_LOGTOOL = \"127.0.0.1\";\n};\n";
+}
+
+// Writes workDir/conf/v2x_ipc_port.cfg with these ports.
+inline void writeIpcConfig(const std::string& workDir, const IpcPorts& p) {
+  writeFile(workDir + "/conf/v2x_ipc_port.cfg", ipcConfigText(p));
+}
+
+}  // namespace v2xtest
