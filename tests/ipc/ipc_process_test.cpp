@@ -1,0 +1,199 @@
+// The local IPC between real processes: the service, the stack peer
+// (v2x_stack_sim) and the log tool (v2x_logtool), on loopback ports chosen
+// per test.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ipc_test_util.h"
+#include "map_conv_stack_interface.h"
+#include "v2xlog.h"
+
+namespace {
+
+using v2xtest::ChildProcess;
+using v2xtest::TempDir;
+using v2xtest::UdpPeer;
+
+const char* const kTags[] = {"UDPA", "TASK", "MQPS", "MCFG", "MDDS", "MMAP", "INTF",
+                             "SINF", "DOWN", "MAPU", "VCFG", "GMAP", "LSKU", "VIPC"};
+
+size_t countOf(const std::string& text, const std::string& needle) {
+  size_t n = 0;
+  for (size_t pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
+  return n;
+}
+
+// A working directory with its own ports, and the service started on it.
+class IpcProcess : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path()));
+    ports_ = v2xtest::freshPorts();
+    v2xtest::writeIpcConfig(work_.path(), ports_);
+  }
+  void TearDown() override {
+    if (service_.signal(SIGTERM)) service_.waitExit();
+  }
+  std::string log() const { return v2xtest::readFile(work_.file("log/map_conv.log")); }
+
+  void startService(std::vector<std::string> extra = {}) {
+    std::vector<std::string> argv = {V2X_SERVICE_BIN, "-w", work_.path(), "-f", work_.file("log/map_conv.log")};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    ASSERT_TRUE(service_.start(argv));
+    ASSERT_TRUE(waitForLog("started, device id"));
+  }
+  bool waitForLog(const std::string& needle, size_t times = 1) const {
+    for (int i = 0; i < 400; ++i) {
+      if (countOf(log(), needle) >= times) return true;
+      usleep(50000);
+    }
+    return false;
+  }
+  // Runs the log tool to its end; returns its exit code, output in `out`.
+  int logTool(const std::vector<std::string>& args, std::string& out) {
+    ChildProcess p;
+    std::vector<std::string> argv = {V2X_LOGTOOL_BIN, "-w", work_.path(), "-T", "1000"};
+    argv.insert(argv.end(), args.begin(), args.end());
+    const std::string err = work_.file("logtool.err");
+    if (!p.start(argv, {}, err)) return -1;
+    int st = p.waitExit();
+    out = p.output() + v2xtest::readFile(err);
+    std::remove(err.c_str());
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  }
+
+  TempDir work_;
+  v2xtest::IpcPorts ports_{};
+  ChildProcess service_;
+};
+
+std::vector<uint8_t> logRequest(uint16_t cmdType, uint8_t logCmd) {
+  std::vector<uint8_t> p(sizeof(v2xipc_dataHead) + sizeof(v2xipc_logCmd), 0);
+  auto* head = reinterpret_cast<v2xipc_dataHead*>(p.data());
+  head->m_headFlag[0] = 0xA5;
+  head->m_headFlag[1] = 0x5A;
+  head->m_inc = 4;
+  head->m_cmdType = cmdType;
+  head->m_packLen = sizeof(v2xipc_logCmd);
+  reinterpret_cast<v2xipc_logCmd*>(head->m_pack)->m_logCmd = logCmd;
+  return p;
+}
+
+TEST_F(IpcProcess, LogToolReadReplyLayoutAndBadPacketsGetNoReply) {
+  startService();
+  UdpPeer tool;
+  ASSERT_TRUE(tool.sendTo(ports_.logTool, {0xA5, 0x5A, 4}));    // shorter than a head
+  ASSERT_TRUE(tool.sendTo(ports_.logTool, logRequest(20, 1)));  // not a log tool command
+  ASSERT_TRUE(tool.sendTo(ports_.logTool, logRequest(50, 1)));  // read all levels
+  std::vector<uint8_t> reply;
+  ASSERT_TRUE(tool.receive(reply));
+  ASSERT_EQ(reply.size(), 162U);
+  v2xipc_dataHead head;
+  std::memcpy(&head, reply.data(), sizeof(head));
+  v2xipc_logCmd cmd;
+  std::memcpy(&cmd, reply.data() + sizeof(head), sizeof(cmd));
+  EXPECT_EQ(head.m_cmdType, 51);
+  EXPECT_EQ(head.m_packLen, 145);
+  EXPECT_EQ(cmd.m_logCmd, 1);
+  EXPECT_EQ(cmd.m_result, 0);
+  EXPECT_EQ(cmd.m_dataLen, 140);
+  for (size_t i = 0; i < 14; ++i) {
+    v2xipc_logData e;
+    std::memcpy(&e, reply.data() + 22 + i * sizeof(e), sizeof(e));
+    char name[8] = {};
+    std::memcpy(name, kTags[i], std::strlen(kTags[i]));
+    EXPECT_EQ(std::memcmp(e.m_tagName, name, 8), 0) << kTags[i];
+    EXPECT_EQ(e.m_level, 4) << kTags[i];
+  }
+  EXPECT_FALSE(tool.receive(reply, nullptr, 300)) << "only the read command is answered";
+  EXPECT_NE(log().find("get error data,type pStr->m_cmdType=20"), std::string::npos);
+}
+
+struct ToolStep {
+  std::vector<std::string> args;
+  int exitCode;
+  std::vector<std::string> output;  // each must appear
+};
+
+TEST_F(IpcProcess, LogToolSetsAllTagsOrOneAndUnknownTagsGetNoReply) {
+  startService();
+  const ToolStep steps[] = {
+      {{"set", "ALL", "6"}, 0, {"reply: command 2, result 0", "ALL set to level 6"}},
+      {{"read"}, 0, {"14 tags:", "  UDPA     6", "  VIPC     6"}},
+      {{"set", "SINF", "7"}, 0, {"SINF set to level 7"}},
+      {{"set", "NOPE", "3"}, 1, {"no reply"}},
+      {{"set", "MDDS", "9"}, 1, {"no reply"}},
+      {{"read"}, 0, {"  SINF     7", "  MDDS     6", "  MMAP     6"}},
+  };
+  for (const ToolStep& s : steps) {
+    std::string out;
+    EXPECT_EQ(logTool(s.args, out), s.exitCode) << s.args[0] << " " << (s.args.size() > 1 ? s.args[1] : "");
+    for (const std::string& text : s.output) EXPECT_NE(out.find(text), std::string::npos) << text << " in\n" << out;
+  }
+  // The new level is live: the module now writes its trace lines.
+  EXPECT_TRUE(waitForLog("[SINF][TRACE]"));
+  EXPECT_NE(log().find("exec v2xlog_GetTagHandle error ret=-1"), std::string::npos);
+}
+
+TEST_F(IpcProcess, StackPeerAnswersTheOncePerSecondRequests) {
+  ChildProcess sim;
+  ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-w", work_.path(), "-n", "3", "-t", "30"}));
+  ASSERT_TRUE(sim.waitForOutput("listening on 127.0.0.1:" + std::to_string(ports_.appRs)));
+  startService();
+  int st = sim.waitExit(std::chrono::seconds(30));
+  ASSERT_TRUE(WIFEXITED(st));
+  EXPECT_EQ(WEXITSTATUS(st), 0);
+  EXPECT_EQ(countOf(sim.output(), "request: file time 0, answered with 0 map(s), 28 bytes"), 3U) << sim.output();
+  EXPECT_EQ(log().find("UDP send error"), std::string::npos);
+}
+
+TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
+  startService();
+  ASSERT_TRUE(waitForLog("UDP send error", 2));
+  EXPECT_EQ(::kill(service_.pid(), 0), 0);
+  const std::string text = log();
+  EXPECT_EQ(text.find("[SINF][ERR]"), std::string::npos);
+  EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos);
+  ASSERT_TRUE(service_.signal(SIGTERM));
+  int st = service_.waitExit();
+  ASSERT_TRUE(WIFEXITED(st));
+  EXPECT_EQ(WEXITSTATUS(st), 0);
+}
+
+// The service's notice path (called here directly, as the map storage does)
+// against the real stack peer, which prints what it got.
+TEST(IpcNotice, EachStoredSliceReachesThePeerWithItsFileIdAndMd5) {
+  TempDir dir;
+  ASSERT_EQ(v2xlog_Init(dir.file("t.log").c_str(), "TEST", 1, 0, 0), 0);
+  const v2xtest::IpcPorts ports = v2xtest::freshPorts();
+  v2xtest::writeIpcConfig(dir.path(), ports);
+  ASSERT_EQ(v2xipc_CfgInit(dir.path().c_str()), 0);
+  ChildProcess sim;
+  ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-c", dir.file("conf/v2x_ipc_port.cfg"), "-n", "3", "-t", "30"}));
+  ASSERT_TRUE(sim.waitForOutput("listening on"));
+  ASSERT_EQ(v2xmapconv_StackInterfaceInit(), 0);
+  std::vector<std::string> expected;
+  for (uint8_t slice = 3; slice >= 1; --slice) {
+    v2xipc_mapRefresh_t r{};
+    r.m_mapFileID = static_cast<uint8_t>(slice - 1);
+    std::string hex;
+    for (uint8_t i = 0; i < 16; ++i) {
+      r.m_CheckSum[i] = static_cast<uint8_t>(slice * 16 + i);
+      char b[3];
+      std::snprintf(b, sizeof(b), "%02x", r.m_CheckSum[i]);
+      hex += b;
+    }
+    EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(&r), 0) << int(slice);
+    expected.push_back("notice: file id " + std::to_string(slice - 1) + ", md5 " + hex + ", file time 0\n");
+  }
+  int st = sim.waitExit();
+  v2xmapconv_StackInterfaceExit();
+  ASSERT_TRUE(WIFEXITED(st));
+  for (const std::string& line : expected) EXPECT_NE(sim.output().find(line), std::string::npos) << line;
+}
+
+}  // namespace
