@@ -196,6 +196,7 @@ int32 v2xmapconv_GetMapDataResp(v2xpub_UdpSocketDataHead_t* mp_data) {
       if (map_handle != nullptr) v2xapp_GBMapStrDel(&map_handle);
       return -5;
     }
+    V2XLOG(&g_curTag, 6, "map %d of %d decoded, %u bytes", index, dataNo, uperLen);
     v2xmapconv_MapDataUp(&map_handle, index);
     offset_len = uperLen;
   }

@@ -10,6 +10,7 @@
 
 #include "ipc_test_util.h"
 #include "map_conv_stack_interface.h"
+#include "map_samples.h"
 #include "v2xlog.h"
 
 namespace {
@@ -139,16 +140,30 @@ TEST_F(IpcProcess, LogToolSetsAllTagsOrOneAndUnknownTagsGetNoReply) {
   EXPECT_NE(log().find("exec v2xlog_GetTagHandle error ret=-1"), std::string::npos);
 }
 
-TEST_F(IpcProcess, StackPeerAnswersTheOncePerSecondRequests) {
+TEST_F(IpcProcess, StackPeerAnswersTheOncePerSecondRequestsWithItsMaps) {
+  // Two stored maps in the service's map directory, which the peer serves.
+  const std::vector<uint8_t> maps[] = {v2xtest::uperMap(1, 100, "first"), v2xtest::uperMap(2, 200)};
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_FALSE(maps[i].empty());
+    v2xtest::writeFile(work_.file("mapdata/map_data_" + std::to_string(i)),
+                       std::string(maps[i].begin(), maps[i].end()));
+  }
+  const size_t answer = 17 + 11 + 4 + maps[0].size() + maps[1].size();
   ChildProcess sim;
   ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-w", work_.path(), "-n", "3", "-t", "30"}));
   ASSERT_TRUE(sim.waitForOutput("listening on 127.0.0.1:" + std::to_string(ports_.appRs)));
-  startService();
+  startService({"-d", "6"});
   int st = sim.waitExit(std::chrono::seconds(30));
   ASSERT_TRUE(WIFEXITED(st));
   EXPECT_EQ(WEXITSTATUS(st), 0);
-  EXPECT_EQ(countOf(sim.output(), "request: file time 0, answered with 0 map(s), 28 bytes"), 3U) << sim.output();
-  EXPECT_EQ(log().find("UDP send error"), std::string::npos);
+  const std::string line = "request: file time 0, answered with 2 map(s), " + std::to_string(answer) + " bytes";
+  EXPECT_EQ(countOf(sim.output(), line), 3U) << sim.output();
+  ASSERT_TRUE(waitForLog("map 1 of 2 decoded", 3));
+  const std::string text = log();
+  EXPECT_EQ(countOf(text, "map 0 of 2 decoded, " + std::to_string(maps[0].size()) + " bytes"), 3U);
+  EXPECT_EQ(countOf(text, "map 1 of 2 decoded, " + std::to_string(maps[1].size()) + " bytes"), 3U);
+  EXPECT_EQ(text.find("UDP send error"), std::string::npos);
+  EXPECT_EQ(text.find("v2xapp_GBMapUperDecode error"), std::string::npos);
 }
 
 TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
@@ -156,8 +171,8 @@ TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
   ASSERT_TRUE(waitForLog("UDP send error", 2));
   EXPECT_EQ(::kill(service_.pid(), 0), 0);
   const std::string text = log();
-  EXPECT_EQ(text.find("[SINF][ERR]"), std::string::npos);
-  EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos);
+  EXPECT_EQ(text.find("[SINF][ERR]"), std::string::npos) << text;
+  EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos) << text;
   ASSERT_TRUE(service_.signal(SIGTERM));
   int st = service_.waitExit();
   ASSERT_TRUE(WIFEXITED(st));

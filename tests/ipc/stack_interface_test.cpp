@@ -11,11 +11,13 @@
 
 #include "ipc_test_util.h"
 #include "map_conv_stack_interface.h"
+#include "map_samples.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
 
 namespace {
 
+using v2xtest::mapItems;
 using v2xtest::TempDir;
 using v2xtest::UdpPeer;
 
@@ -60,6 +62,7 @@ class StackInterface : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(v2xlog_Init(dir_.file("t.log").c_str(), "TEST", 1, 0, 0), 0);
+    v2xlog_SetAllTagLevel(6);
     ports_ = v2xtest::freshPorts();
     v2xtest::writeIpcConfig(dir_.path(), ports_);
     ASSERT_EQ(v2xipc_CfgInit(dir_.path().c_str()), 0);
@@ -173,6 +176,17 @@ struct RespCase {
 
 TEST_F(StackInterface, ResponseChecks) {
   const std::vector<uint8_t> noMaps = rsuBody(10, 0, {});
+  const std::vector<uint8_t> map0 = v2xtest::uperMap(1, 100, "first"), map1 = v2xtest::uperMap(2, 200);
+  ASSERT_FALSE(map0.empty());
+  ASSERT_FALSE(map1.empty());
+  ASSERT_NE(map0.size(), map1.size());
+  // Drops the last byte, keeping the head's body length consistent with what is left.
+  auto cut = [](std::vector<uint8_t> p) {
+    p.pop_back();
+    p[14] = static_cast<uint8_t>(p.size() - 17);
+    p[15] = static_cast<uint8_t>((p.size() - 17) >> 8);
+    return p;
+  };
   const RespCase cases[] = {
       {"bad head flag", packet(21, noMaps, 0, 0xA6), -3, "v2xmapconv_GetMapDataResp headflag error"},
       {"length mismatch", packet(21, noMaps, 1), -4, "v2xmapconv_GetMapDataResp too large ; error"},
@@ -186,6 +200,12 @@ TEST_F(StackInterface, ResponseChecks) {
       {"item past the end", packet(21, rsuBody(10, 1, {0xF4, 0x01, 1, 2, 3, 4, 5, 6, 7, 8})), -4, "runs past"},
       {"length field past the end", packet(21, rsuBody(10, 1000, {0x01})), -4, "runs past"},
       {"undecodable map", packet(21, rsuBody(10, 1, {4, 0, 0xFF, 0xFF, 0xFF, 0xFF})), -5,
+       "v2xapp_GBMapUperDecode error"},
+      {"one map", packet(21, rsuBody(10, 1, mapItems({map0}))), 0, "map 0 of 1 decoded"},
+      {"two maps", packet(21, rsuBody(10, 2, mapItems({map0, map1}))), 0, "map 1 of 2 decoded"},
+      // The second item's bytes are cut short by the received length.
+      {"second map past the end", cut(packet(21, rsuBody(10, 2, mapItems({map0, map1})))), -4, "map 1 at offset"},
+      {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({map0, {0xFF, 0xFF}}))), -5,
        "v2xapp_GBMapUperDecode error"},
   };
   for (const RespCase& c : cases) {
