@@ -3,8 +3,8 @@
 // slice as a UPER file with its MD5 record.
 #include "map_conv_mapdown.h"
 
-#include <Connection.h>
 #include <ConnectingLane.h>
+#include <Connection.h>
 #include <ConnectsToList.h>
 #include <Elevation.h>
 #include <Lane.h>
@@ -1267,8 +1267,8 @@ int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_da
     // not ours to fill (and would not be released as a map).
     MessageFrame_t* frame = map_data->map;
     if (frame != nullptr && frame->present == MessageFrame_PR_NOTHING) frame->present = MessageFrame_PR_mapFrame;
-    MapData_t* map = (frame != nullptr && frame->present == MessageFrame_PR_mapFrame) ? &frame->choice.mapFrame
-                                                                                       : nullptr;
+    MapData_t* map =
+        (frame != nullptr && frame->present == MessageFrame_PR_mapFrame) ? &frame->choice.mapFrame : nullptr;
     if ((ret = GetMapFromJson(root, map)) != 0) V2XLOG(&g_curTag, 2, "GetMapFromJson return failed!");
   }
   cJSON_Delete(root);
