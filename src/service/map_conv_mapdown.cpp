@@ -40,6 +40,7 @@
 #include "map_conv_config.h"
 #include "map_conv_deamon.h"
 #include "map_conv_v2xcloud_dds.h"
+#include "v2x_asn_codec.h"
 #include "v2xapp_commoncodec.h"
 #include "v2xapp_gbmap.h"
 #include "v2xlog.h"

@@ -14,6 +14,7 @@
 
 #include "map_conv_config.h"
 #include "map_conv_mapdown.h"
+#include "v2x_asn_codec.h"
 #include "v2xlog.h"
 
 namespace mapdown_test {
