@@ -1,0 +1,228 @@
+// Reference vectors: hand-built frames encode to exactly the reference bytes,
+// and the reference bytes decode to the described values and back.
+#include <gtest/gtest.h>
+
+#include "codec_test_util.h"
+
+using namespace codectest;
+
+namespace {
+
+Position3D_t& refPos(const Frame& f) { return f.map().nodes.list.array[0]->refPos; }
+
+TEST(CodecVectors, D1MatchesTheBitWalkAndEncodesExactly) {
+  BitWriter w;
+  w.put(0, 1).put(1, 3);            // frame: no extension, mapFrame
+  w.put(0, 1).put(0, 1).put(1, 7);  // MapData: no extension, no timeStamp, msgCnt 1
+  w.put(0, 5);                      // one node
+  w.put(0, 1).put(0, 2);            // Node: no extension, no name / inLinks
+  w.put(0, 1).put(1, 16);           // id without region
+  w.put(0, 1).put(397870006 + 900000000L, 31).put(1165119042 + 1799999999L, 32);
+  EXPECT_EQ(toHex(w.bytes), kD1);
+
+  Frame f(newMap(1, 1, 397870006, 1165119042));
+  EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, f.p)), kD1);
+}
+
+TEST(CodecVectors, D2BuiltByHandEncodesExactlyAndDecodesBack) {
+  Frame f(newMap(5, 19, 397870006, 1165119042));
+  MapData_t& m = f.map();
+  m.timeStamp = make<MinuteOfTheYear_t>(100000);
+  Node_t* node = m.nodes.list.array[0];
+  node->name = make<DescriptiveName_t>();
+  OCTET_STRING_fromBuf(node->name, "N1", 2);
+  node->id.region = make<RoadRegulatorID_t>(10);
+  node->refPos.elevation = make<Elevation_t>(0);
+  node->inLinks = make<LinkList>();
+  Link_t* link = add(*node->inLinks, make<Link_t>());
+  link->upstreamNodeId.region = make<RoadRegulatorID_t>(10);
+  link->upstreamNodeId.id = 18;
+  link->speedLimits = make<SpeedLimitList>();
+  RegulatorySpeedLimit_t* limit = add(*link->speedLimits, make<RegulatorySpeedLimit_t>());
+  limit->type = SpeedLimitType_vehicleMaxSpeed;
+  limit->speed = 833;
+  link->linkWidth = 660;
+  link->movements = make<MovementList>();
+  Movement_t* mv = add(*link->movements, make<Movement_t>());
+  mv->remoteIntersection.region = make<RoadRegulatorID_t>(10);
+  mv->remoteIntersection.id = 12;
+  mv->phaseId = make<PhaseID_t>(7);
+  Lane_t* lane = add(link->lanes, make<Lane_t>());
+  lane->laneID = 1;
+  lane->laneWidth = make<LaneWidth_t>(330);
+  lane->laneAttributes = make<LaneAttributes>();
+  lane->laneAttributes->shareWith = make<LaneSharing_t>();
+  setBits(*lane->laneAttributes->shareWith, "0000000000");
+  lane->laneAttributes->laneType.present = LaneTypeAttributes_PR_vehicle;
+  setBits(lane->laneAttributes->laneType.choice.vehicle, "00000000");
+  lane->maneuvers = make<AllowedManeuvers_t>();
+  setBits(*lane->maneuvers, "110000000000");
+  lane->connectsTo = make<ConnectsToList>();
+  Connection_t* con = add(*lane->connectsTo, make<Connection_t>());
+  con->remoteIntersection.region = make<RoadRegulatorID_t>(10);
+  con->remoteIntersection.id = 12;
+  con->connectingLane = make<ConnectingLane>();
+  con->connectingLane->lane = 1;
+  con->connectingLane->maneuver = make<AllowedManeuvers_t>();
+  setBits(*con->connectingLane->maneuver, "010000000000");
+  con->phaseId = make<PhaseID_t>(7);
+  lane->points = make<PointList>();
+  RoadPoint_t* p1 = add(*lane->points, make<RoadPoint_t>());
+  p1->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LL1;
+  p1->posOffset.offsetLL.choice.position_LL1.lon = -100;
+  p1->posOffset.offsetLL.choice.position_LL1.lat = 200;
+  RoadPoint_t* p2 = add(*lane->points, make<RoadPoint_t>());
+  p2->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LatLon;
+  p2->posOffset.offsetLL.choice.position_LatLon.lon = 1165120283;
+  p2->posOffset.offsetLL.choice.position_LatLon.lat = 397868872;
+  p2->posOffset.offsetV = make<VerticalOffset>();
+  p2->posOffset.offsetV->present = VerticalOffset_PR_offset1;
+  p2->posOffset.offsetV->choice.offset1 = -5;
+
+  EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, f.p)), kD2);
+
+  Frame back;
+  ASSERT_EQ(decode(fromHex(kD2), back).code, RC_OK);
+  EXPECT_EQ(xer(back.p), xer(f.p));
+}
+
+TEST(CodecVectors, Map528DecodesToTheDescribedIntersectionAndBack) {
+  const Bytes bytes = fromHex(kMap528);
+  ASSERT_EQ(bytes.size(), 528U);
+  Frame f;
+  asn_dec_rval_t rv = decode(bytes, f);
+  ASSERT_EQ(rv.code, RC_OK) << v2x_asn_last_error();
+  EXPECT_EQ(rv.consumed, 528U);
+  ASSERT_EQ(f->present, MessageFrame_PR_mapFrame);
+  const MapData_t& m = f.map();
+  EXPECT_EQ(m.msgCnt, 0);
+  ASSERT_NE(m.timeStamp, nullptr);
+  EXPECT_EQ(*m.timeStamp, 475970);
+  ASSERT_EQ(m.nodes.list.count, 1);
+  const Node_t* node = m.nodes.list.array[0];
+  EXPECT_EQ(node->name, nullptr);
+  EXPECT_EQ(*node->id.region, 1);
+  EXPECT_EQ(node->id.id, 149);
+  EXPECT_EQ(refPos(f).lat, 280985258);
+  EXPECT_EQ(refPos(f).Long, 1129830304);
+  EXPECT_EQ(refPos(f).elevation, nullptr);
+
+  struct LinkRow {
+    long upstream, width;
+    long movement[3][2];    // remote id, phase
+    long connection[3][2];  // remote id, phase
+  };
+  const LinkRow rows[] = {
+      {148, 2200, {{1091, 1}, {150, 2}, {1095, 3}}, {{1091, 1}, {150, 2}, {1095, 3}}},
+      {150, 2200, {{1095, 9}, {148, 10}, {1091, 11}}, {{1095, 1}, {148, 2}, {1091, 3}}},
+      {1091, 1300, {{150, 5}, {1095, 6}, {148, 7}}, {{150, 5}, {1095, 6}, {148, 7}}},
+      {1095, 1300, {{148, 13}, {1091, 14}, {150, 15}}, {{148, 13}, {1091, 14}, {150, 15}}},
+  };
+  const char* const maneuver[3] = {"\x40\x00", "\x80\x00", "\x20\x00"};  // left, straight, right
+  ASSERT_EQ(node->inLinks->list.count, 4);
+  for (int i = 0; i < 4; i++) {
+    SCOPED_TRACE(i);
+    const Link_t* link = node->inLinks->list.array[i];
+    EXPECT_EQ(link->upstreamNodeId.id, rows[i].upstream);
+    EXPECT_EQ(*link->upstreamNodeId.region, 1);
+    EXPECT_EQ(link->linkWidth, rows[i].width);
+    ASSERT_EQ(link->speedLimits->list.count, 2);
+    EXPECT_EQ(link->speedLimits->list.array[0]->type, SpeedLimitType_vehicleMaxSpeed);
+    EXPECT_EQ(link->speedLimits->list.array[0]->speed, 834);
+    EXPECT_EQ(link->speedLimits->list.array[1]->type, SpeedLimitType_vehicleMinSpeed);
+    EXPECT_EQ(link->speedLimits->list.array[1]->speed, 0);
+    ASSERT_EQ(link->points->list.count, 4);
+    ASSERT_EQ(link->movements->list.count, 3);
+    ASSERT_EQ(link->lanes.list.count, 1);
+    const Lane_t* lane = link->lanes.list.array[0];
+    EXPECT_EQ(lane->laneID, 1);
+    EXPECT_EQ(*lane->laneWidth, rows[i].width);
+    EXPECT_EQ(lane->laneAttributes, nullptr);
+    ASSERT_EQ(lane->maneuvers->size, 2);
+    EXPECT_EQ(lane->maneuvers->buf[0], 0xE0);
+    ASSERT_EQ(lane->connectsTo->list.count, 3);
+    for (int k = 0; k < 3; k++) {
+      const Movement_t* mv = link->movements->list.array[k];
+      EXPECT_EQ(mv->remoteIntersection.id, rows[i].movement[k][0]);
+      EXPECT_EQ(*mv->phaseId, rows[i].movement[k][1]);
+      const Connection_t* c = lane->connectsTo->list.array[k];
+      EXPECT_EQ(c->remoteIntersection.id, rows[i].connection[k][0]);
+      EXPECT_EQ(*c->phaseId, rows[i].connection[k][1]);
+      EXPECT_EQ(c->connectingLane->lane, 1);
+      EXPECT_EQ(std::memcmp(c->connectingLane->maneuver->buf, maneuver[k], 2), 0);
+    }
+    // Lane points repeat the link's centre points.
+    ASSERT_EQ(lane->points->list.count, 4);
+    for (int k = 0; k < 4; k++) {
+      const auto& a = link->points->list.array[k]->posOffset.offsetLL;
+      const auto& b = lane->points->list.array[k]->posOffset.offsetLL;
+      ASSERT_EQ(a.present, PositionOffsetLL_PR_position_LatLon);
+      EXPECT_EQ(a.choice.position_LatLon.lon, b.choice.position_LatLon.lon);
+      EXPECT_EQ(a.choice.position_LatLon.lat, b.choice.position_LatLon.lat);
+    }
+  }
+  const long firstPoints[4][2] = {
+      {1129827867, 281010657}, {1129828313, 281004053}, {1129828884, 280996026}, {1129829511, 280988051}};
+  for (int k = 0; k < 4; k++) {
+    const auto& ll = node->inLinks->list.array[0]->points->list.array[k]->posOffset.offsetLL.choice.position_LatLon;
+    EXPECT_EQ(ll.lon, firstPoints[k][0]);
+    EXPECT_EQ(ll.lat, firstPoints[k][1]);
+  }
+
+  EXPECT_EQ(encode(asn_DEF_MessageFrame, f.p), bytes);
+}
+
+TEST(CodecVectors, SecondPhaseAdditionsDecodeAndReencodeExactly) {
+  Frame d3;
+  ASSERT_EQ(decode(fromHex(kD3), d3).code, RC_OK) << v2x_asn_last_error();
+  const Node_t* n3 = d3.map().nodes.list.array[0];
+  EXPECT_EQ(n3->prohibitedzone, nullptr);
+  ASSERT_NE(n3->inLinks_ex, nullptr);
+  ASSERT_EQ(n3->inLinks_ex->list.count, 1);
+  const LinkEx_t* lx = n3->inLinks_ex->list.array[0];
+  EXPECT_EQ(lx->upstreamNodeId.id, 2);
+  EXPECT_EQ(*lx->linkWidth, 700);
+  const MovementEx_t* mx = lx->movements_ex->list.array[0];
+  EXPECT_EQ(mx->remoteIntersection.id, 3);
+  EXPECT_EQ(*mx->phaseId, 4);
+  EXPECT_EQ(*mx->turn_direction, Maneuver_maneuverLeftTurn);
+  const Section_t* sec = lx->sections.list.array[0];
+  EXPECT_EQ(sec->secId, 1);
+  const LaneEx_t* le = sec->lanes.list.array[0];
+  EXPECT_EQ(le->laneRefID, -1);
+  EXPECT_EQ(*le->laneWidth, 350);
+  EXPECT_EQ(le->maneuvers->buf[0], 0x40);
+  const ConnectionEx_t* cx = le->connectsTo_ex->list.array[0];
+  EXPECT_EQ(cx->remoteIntersection.id, 3);
+  EXPECT_EQ(cx->connectingLane->list.array[0]->target_section, 1);
+  EXPECT_EQ(cx->connectingLane->list.array[0]->target_lane, -1);
+  EXPECT_EQ(*cx->phaseId, 4);
+  EXPECT_EQ(*cx->turn_direction, Maneuver_maneuverLeftTurn);
+  ASSERT_EQ(le->st_points->list.count, 2);
+  EXPECT_EQ(le->st_points->list.array[1]->s_axis, 500);
+  EXPECT_EQ(le->st_points->list.array[1]->t_axis, -175);
+  EXPECT_EQ(le->laneLineType->leftLaneLine, Dotted_SolidMarkingLineType_whiteDottedLine);
+  EXPECT_EQ(le->laneLineType->rightLaneLine, Dotted_SolidMarkingLineType_whiteSolidLine);
+  EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, d3.p)), kD3);
+
+  Frame d4;
+  ASSERT_EQ(decode(fromHex(kD4), d4).code, RC_OK) << v2x_asn_last_error();
+  const Node_t* n4 = d4.map().nodes.list.array[0];
+  EXPECT_EQ(n4->inLinks_ex, nullptr);
+  const Polygon_t* zone = n4->prohibitedzone->centralCircleProhibitedZone;
+  ASSERT_EQ(zone->list.count, 4);
+  const long corners[4][2] = {{10, 10}, {-10, 10}, {-10, -10}, {10, -10}};
+  for (int k = 0; k < 4; k++) {
+    ASSERT_EQ(zone->list.array[k]->offsetLL.present, PositionOffsetLL_PR_position_LL1);
+    EXPECT_EQ(zone->list.array[k]->offsetLL.choice.position_LL1.lon, corners[k][0]);
+    EXPECT_EQ(zone->list.array[k]->offsetLL.choice.position_LL1.lat, corners[k][1]);
+  }
+  EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, d4.p)), kD4);
+
+  // Without the additions the same node is plain D1.
+  ASN_STRUCT_FREE(asn_DEF_ProhibitedZone, d4.map().nodes.list.array[0]->prohibitedzone);
+  d4.map().nodes.list.array[0]->prohibitedzone = nullptr;
+  EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, d4.p)), kD1);
+}
+
+}  // namespace
