@@ -84,12 +84,9 @@ TEST_F(MapTool, BadInputAndUsageErrors) {
   const Case cases[] = {
       {"decode " + path("short.uper"), 1, "not a valid UPER MessageFrame: data end inside the message"},
       {"decode " + path("bsm.uper"), 1, "(a bsmFrame, not supported)"},
-      {"decode " + path("missing"), 1, "cannot open: No such file or directory"},
       {"encode " + path("far.xml") + " -o " + path("x"), 1, "Longitude: constraint failed"},
-      {"encode " + path("short.uper") + " -o " + path("x"), 1, "not an XML document"},
       {"encode " + path("far.xml"), 2, "no output file"},
       {"decode", 2, "no input file"},
-      {"frobnicate", 2, "unknown command frobnicate"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.args);
