@@ -288,7 +288,6 @@ TEST_F(StoreTest, FailuresLeaveTheStoredMapAlone) {
   }
   big += "]}}";
   const Case cases[] = {
-      {"unwritable_directory", "blocker/sub", sample("map_slice1.json"), "blocker/sub/map0"},
       {"encoding_too_large", "mapdata", big, "mapdata/map0"},
       {"unencodable_map", "mapdata", R"({"mapSlice":"1","eTag":"e","map":{"nodes":[]}})", "mapdata/map0"},
   };
@@ -303,6 +302,22 @@ TEST_F(StoreTest, FailuresLeaveTheStoredMapAlone) {
     EXPECT_FALSE(fs::exists(dir_ / c.file));
     EXPECT_EQ(storedETag(), "stored-etag");
   }
+}
+
+// A map directory that cannot be written is not a storage failure: the file
+// service logs it, the record writer logs it, and the slice counts as stored.
+TEST_F(StoreTest, UnwritableDirectoryIsLoggedButNotRefused) {
+  writeText(dir_ / "blocker", "a file where a directory should be");
+  writeConfig("stored-etag", "blocker/sub");
+  v2xmapconv_ResetCfgForTest();
+  int32 stored = -1;
+  ASSERT_EQ(readAndStore(sample("map_slice1.json"), &stored), 0);
+  EXPECT_EQ(stored, 0);
+  EXPECT_FALSE(fs::exists(dir_ / "blocker/sub/map0"));
+  std::string log = logText();
+  EXPECT_NE(log.find("Error while writing file,name:" + (dir_ / "blocker/sub/mapcfg0").string()), std::string::npos)
+      << log;
+  EXPECT_EQ(log.find("v2xpub_WriteFileData error"), std::string::npos);
 }
 
 TEST_F(StoreTest, WithoutMapDirectoryOnlyTheETagIsKept) {
