@@ -12,7 +12,8 @@
 # the descriptor's constraint checker with the base type's (usually a no-op),
 # after which asn_check_constraints() accepts any value. The overwriting lines
 # are removed; the constraint functions that used the same assignment to hand
-# over to the base checker call it directly instead.
+# over to the base checker call it directly instead. The disabled debug trace
+# is also turned into a macro (see below).
 
 find_program(ASN1C_EXECUTABLE asn1c REQUIRED)
 
@@ -43,7 +44,8 @@ function(v2x_asn1_library target)
   endif()
 
   if(NOT old_hash STREQUAL hash OR NOT EXISTS ${gen_dir})
-    message(STATUS "asn1c: generating ${target} from ${A_FILES}")
+    list(LENGTH A_FILES n_files)
+    message(STATUS "asn1c: generating ${target} from ${n_files} modules")
     file(REMOVE ${stamp})
     file(REMOVE_RECURSE ${gen_dir})
     file(MAKE_DIRECTORY ${gen_dir})
@@ -77,6 +79,18 @@ function(v2x_asn1_library target)
       endif()
     endforeach()
     message(STATUS "asn1c: patched the constraint checker hand-over in ${patched} files")
+
+    # The runtime's disabled debug trace is a function, so its arguments are
+    # still evaluated; some of them read one byte past a finished buffer. A
+    # macro that drops them keeps every build clean.
+    file(READ ${gen_dir}/asn_internal.h text)
+    set(debug_fn "static void ASN_DEBUG(const char *fmt, ...) { (void)fmt; }")
+    string(FIND "${text}" "${debug_fn}" at)
+    if(at LESS 0)
+      message(FATAL_ERROR "asn1c output asn_internal.h: disabled ASN_DEBUG definition not found")
+    endif()
+    string(REPLACE "${debug_fn}" "#define ASN_DEBUG(...) ((void)0)" text "${text}")
+    file(WRITE ${gen_dir}/asn_internal.h "${text}")
     file(WRITE ${stamp} "${hash}")
   endif()
 

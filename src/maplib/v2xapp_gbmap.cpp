@@ -18,38 +18,21 @@ constexpr size_t kXerMaxStackSize = 100000000;
 
 MapData_t* mapOf(V2XAPP_GBMHANDLE handle) { return &static_cast<MessageFrame_t*>(handle)->choice.mapFrame; }
 
-// Shared by both transfer syntaxes; logs only when asked to.
-int32_t encodeFrame(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* p_data_len, asn_transfer_syntax syntax,
-                    bool logFailure) {
-  if (handle == nullptr || pdata == nullptr || p_data_len == nullptr) return -2;
-  asn_enc_rval_t ret_val =
-      asn_encode_to_buffer(nullptr, syntax, &asn_DEF_MessageFrame, handle, pdata, static_cast<size_t>(*p_data_len));
-  if (ret_val.encoded < 0) {
-    if (logFailure) {
-      V2XLOG(&g_curTag, 4, "ret_val.failed_type->name = %s",
-             ret_val.failed_type != nullptr ? ret_val.failed_type->name : asn_DEF_MessageFrame.name);
-      V2XLOG(&g_curTag, 5, "encode detail: %s", v2x_asn_last_error());
-    }
-    return -3;
-  }
-  // The full length, also when it exceeds the capacity: the caller compares.
-  *p_data_len = static_cast<uint32_t>(ret_val.encoded);
-  return 0;
+// Shared by both transfer syntaxes. The callers log, so that log lines name
+// the operation.
+asn_enc_rval_t encodeFrame(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* p_data_len, asn_transfer_syntax syntax) {
+  return asn_encode_to_buffer(nullptr, syntax, &asn_DEF_MessageFrame, handle, pdata, static_cast<size_t>(*p_data_len));
 }
 
-int32_t decodeFrame(V2XAPP_GBMHANDLE* p_handle, const uint8_t* pdata, uint32_t dataLen, asn_transfer_syntax syntax,
-                    size_t maxStackSize) {
+asn_dec_rval_t decodeFrame(V2XAPP_GBMHANDLE* p_handle, const uint8_t* pdata, uint32_t dataLen,
+                           asn_transfer_syntax syntax, size_t maxStackSize) {
   asn_codec_ctx_t ctx = {};
   ctx.max_stack_size = maxStackSize;
-  asn_dec_rval_t retVal =
-      asn_decode(&ctx, syntax, &asn_DEF_MessageFrame, reinterpret_cast<void**>(p_handle), pdata, dataLen);
-  if (retVal.code != RC_OK) {
-    V2XLOG(&g_curTag, 2, "asn_decode error retVal.code= %d retVal.consumed=%d", static_cast<int>(retVal.code),
-           static_cast<int>(retVal.consumed));
-    V2XLOG(&g_curTag, 3, "decode detail: %s", v2x_asn_last_error());
-    return -2;
-  }
-  return 0;
+  return asn_decode(&ctx, syntax, &asn_DEF_MessageFrame, reinterpret_cast<void**>(p_handle), pdata, dataLen);
+}
+
+const char* failedTypeName(const asn_enc_rval_t& ret_val) {
+  return ret_val.failed_type != nullptr ? ret_val.failed_type->name : asn_DEF_MessageFrame.name;
 }
 
 }  // namespace
@@ -147,26 +130,62 @@ int32_t v2xapp_GBMapGetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t* ptimeStamp
 
 int32_t v2xapp_GBMapUperEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* p_data_len) {
   V2XLOG_START(&g_curTag);
-  int32_t ret = encodeFrame(handle, pdata, p_data_len, ATS_UNALIGNED_BASIC_PER, true);
+  int32_t ret = -1;
+  if (handle == nullptr || pdata == nullptr || p_data_len == nullptr) {
+    ret = -2;
+  } else {
+    asn_enc_rval_t ret_val = encodeFrame(handle, pdata, p_data_len, ATS_UNALIGNED_BASIC_PER);
+    if (ret_val.encoded < 0) {
+      V2XLOG(&g_curTag, 4, "ret_val.failed_type->name = %s", failedTypeName(ret_val));
+      V2XLOG(&g_curTag, 5, "encode detail: %s", v2x_asn_last_error());
+      ret = -3;
+    } else {
+      // The full length, also when it exceeds the capacity: the caller compares.
+      *p_data_len = static_cast<uint32_t>(ret_val.encoded);
+      ret = 0;
+    }
+  }
   V2XLOG(&g_curTag, 7, "%s end,ret=%d", __func__, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapUperDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* pdata, uint32_t dataLen) {
   V2XLOG_START(&g_curTag);
+  int32_t ret = -1;
   // No stack limit for PER: its nesting is bounded by the message set.
-  int32_t ret = decodeFrame(p_handle, pdata, dataLen, ATS_UNALIGNED_BASIC_PER, 0);
+  asn_dec_rval_t retVal = decodeFrame(p_handle, pdata, dataLen, ATS_UNALIGNED_BASIC_PER, 0);
+  if (retVal.code != RC_OK) {
+    V2XLOG(&g_curTag, 2, "asn_decode error retVal.code= %d retVal.consumed=%d", static_cast<int>(retVal.code),
+           static_cast<int>(retVal.consumed));
+    V2XLOG(&g_curTag, 3, "decode detail: %s", v2x_asn_last_error());
+    ret = -2;
+  } else {
+    ret = 0;
+  }
   V2XLOG(&g_curTag, 7, "%s end,ret=%d", __func__, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapXerEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* pdataLen) {
-  return encodeFrame(handle, pdata, pdataLen, ATS_BASIC_XER, false);
+  if (handle == nullptr || pdata == nullptr || pdataLen == nullptr) return -2;
+  asn_enc_rval_t ret_val = encodeFrame(handle, pdata, pdataLen, ATS_BASIC_XER);
+  if (ret_val.encoded < 0) return -3;
+  *pdataLen = static_cast<uint32_t>(ret_val.encoded);
+  return 0;
 }
 
 int32_t v2xapp_GBMapXerDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* p_data, uint32_t data_len) {
   V2XLOG_START(&g_curTag);
-  int32_t ret = decodeFrame(p_handle, p_data, data_len, ATS_BASIC_XER, kXerMaxStackSize);
+  int32_t ret = -1;
+  asn_dec_rval_t retVal = decodeFrame(p_handle, p_data, data_len, ATS_BASIC_XER, kXerMaxStackSize);
+  if (retVal.code != RC_OK) {
+    V2XLOG(&g_curTag, 2, "asn_decode error retVal.code= %d retVal.consumed=%d", static_cast<int>(retVal.code),
+           static_cast<int>(retVal.consumed));
+    V2XLOG(&g_curTag, 3, "decode detail: %s", v2x_asn_last_error());
+    ret = -2;
+  } else {
+    ret = 0;
+  }
   V2XLOG(&g_curTag, 7, "%s end,ret=%d", __func__, ret);
   return ret;
 }

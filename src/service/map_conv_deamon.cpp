@@ -117,7 +117,10 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
     switch (g_lopt) {
       case 'h': std::printf("%s", g_help); std::exit(0);
       case 'v': std::printf("version:%s\n", MAP_CONV_VERSION); std::exit(0);
-      case 'd': g_logLevelFlag = std::atoi(optarg); break;
+      // No range check: a non-number gives level 0, as documented.
+      case 'd':
+        g_logLevelFlag = std::atoi(optarg);  // NOLINT(cert-err34-c)
+        break;
       case 'f': copyArg(g_logfilePath, sizeof(g_logfilePath), optarg); break;
       case 'w': copyArg(g_workDir, sizeof(g_workDir), optarg); break;
       default: std::printf("this param error\n"); break;

@@ -23,7 +23,11 @@ int32_t v2xapp_GBMapGetMsgCnt(V2XAPP_GBMHANDLE mapHandle, uint32_t* pmsgCnt);
 int32_t v2xapp_GBMapSetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t timeStamp);
 int32_t v2xapp_GBMapGetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t* ptimeStamp);
 /* *p_data_len: capacity in, encoded length out. When the encoding does not
- * fit, 0 is returned with the full length: compare it with the capacity. */
+ * fit, 0 is returned with the full length: compare it with the capacity.
+ * Decoding needs the whole buffer to be one MessageFrame whose values lie in
+ * the message set's ranges; on failure (-2) the handle may still hold a
+ * partial frame, which v2xapp_GBMapStrDel releases. Any frame kind the codec
+ * knows is accepted: look at the frame's choice where it matters. */
 int32_t v2xapp_GBMapUperEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* p_data_len);
 int32_t v2xapp_GBMapUperDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* pdata, uint32_t dataLen);
 int32_t v2xapp_GBMapXerEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* pdataLen);

@@ -1,0 +1,247 @@
+// "convert": cloud map-down documents run through the service's own reader and
+// storage, as the DDS reception would, into map files and records in a directory.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "map_conv_config.h"
+#include "map_conv_mapdown.h"
+#include "map_tool.h"
+#include "v2xapp_gbmap.h"
+#include "v2xcfg.h"
+#include "v2xpub.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kName = "convert";
+constexpr size_t kMessageMax = 9999;  // largest text one map-down message carries
+
+struct Settings {
+  std::string eTag;
+  std::string mapFilename = "map_data_";
+  std::string mapCfgname = "map_cfg_";
+};
+
+// The settings a configuration file gives the storage (its MapDataDir is not used).
+bool readSettings(const std::string& path, Settings& s) {
+  V2XCFGNODE_HANDLE h = nullptr;
+  if (v2xcfg_InitContext(&h, path.c_str()) != V2XCFG_SUCCESS) {
+    maptool::fail(kName, "%s: not a readable configuration file", path.c_str());
+    return false;
+  }
+  auto get = [h](const char* key, std::string& out) {
+    char value[128] = {};
+    uint16 len = 127;
+    if (v2xcfg_GetNodeValue(h, V2XCFG_MEM_TYPE_STRING, key, value, &len) == V2XCFG_SUCCESS) out = value;
+  };
+  get("rsuMapConvertInfo.eTag", s.eTag);
+  get("rsuMapConvertInfo.MapFilename", s.mapFilename);
+  get("rsuMapConvertInfo.MapCfgname", s.mapCfgname);
+  v2xcfg_ExitContext(h);
+  return true;
+}
+
+// Quotes a value for the configuration file's string syntax.
+std::string quoted(const std::string& v) {
+  std::string out = "\"";
+  for (char c : v) {
+    if (c == '"' || c == '\\') out += '\\';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// A private working directory: conf/v2x_map_convert.cfg with the settings, and
+// "mapdata" pointing at the output directory. Removed (never followed) at the end.
+class Workdir {
+ public:
+  ~Workdir() {
+    std::error_code ec;
+    if (!path_.empty()) fs::remove_all(path_, ec);
+  }
+  bool create(const Settings& s, const fs::path& outDir) {
+    char tmpl[] = "/tmp/v2x_map_tool.XXXXXX";  // short: the service takes at most 63 characters
+    if (mkdtemp(tmpl) == nullptr) {
+      maptool::fail(kName, "cannot create a working directory: %s", std::strerror(errno));
+      return false;
+    }
+    path_ = tmpl;
+    std::error_code ec;
+    fs::create_directory(path_ / "conf", ec);
+    if (!ec) fs::create_directory_symlink(outDir, path_ / "mapdata", ec);
+    std::string cfg = "rsuMapConvertInfo :\n{\n  eTag = " + quoted(s.eTag) +
+                      ";\n  MapDataDir = \"mapdata\";\n  MapFilename = " + quoted(s.mapFilename) +
+                      ";\n  MapCfgname = " + quoted(s.mapCfgname) + ";\n  Sysinfoname = \"\";\n};\n";
+    fs::path cfgPath = path_ / "conf/v2x_map_convert.cfg";
+    if (ec || v2xpub_WriteFileData(cfgPath.c_str(), cfg.data(), static_cast<uint32>(cfg.size())) != 0) {
+      maptool::fail(kName, "cannot prepare the working directory %s", path_.c_str());
+      return false;
+    }
+    return true;
+  }
+  const fs::path& path() const { return path_; }
+
+ private:
+  fs::path path_;
+};
+
+// The storage empties the map directory before a new map: only accept a
+// directory that holds nothing but earlier map files and records.
+bool checkOutDir(const fs::path& outDir, const Settings& s) {
+  std::error_code ec;
+  if (!fs::exists(outDir, ec)) {
+    fs::create_directories(outDir, ec);
+    if (ec) {
+      maptool::fail(kName, "%s: cannot create: %s", outDir.c_str(), ec.message().c_str());
+      return false;
+    }
+  }
+  if (!fs::is_directory(outDir, ec)) {
+    maptool::fail(kName, "%s: not a directory", outDir.c_str());
+    return false;
+  }
+  for (const fs::directory_entry& e : fs::directory_iterator(outDir, ec)) {
+    std::string name = e.path().filename().string();
+    bool ours = (!s.mapFilename.empty() && name.rfind(s.mapFilename, 0) == 0) ||
+                (!s.mapCfgname.empty() && name.rfind(s.mapCfgname, 0) == 0);
+    if (!ours || e.is_directory()) {
+      maptool::fail(kName, "%s holds %s; the map directory is emptied before a new map, give a new or empty one",
+                    outDir.c_str(), name.c_str());
+      return false;
+    }
+  }
+  return !ec;
+}
+
+// One document as the reception handles it; true unless the document was rejected or not stored.
+bool convertOne(const std::string& path, const fs::path& outDir, const Settings& s) {
+  std::vector<uint8_t> data;
+  if (!maptool::readInput(kName, path, data)) return false;
+  std::printf("%s:\n", path.c_str());
+  if (data.size() > kMessageMax) {
+    std::printf("  note       %zu bytes, more than one map-down message carries (%zu)\n", data.size(), kMessageMax);
+  }
+  data.push_back('\0');
+
+  V2XAPP_GBMHANDLE frame = nullptr;
+  if (v2xapp_GBMapStrInit(&frame) != 0) {
+    maptool::fail(kName, "no memory for a frame");
+    return false;
+  }
+  v2xcloud_map_data_t record{};
+  record.map = static_cast<MessageFrame*>(frame);
+  v2xipc_mapRefresh_t refresh{};
+  int32 ret = v2xmapconv_MapDownJsonToStruct(reinterpret_cast<char*>(data.data()), &record);
+  int32 stored = -1;
+  if (ret == 0) {
+    stored = v2xmapconv_WriteMapDataToCfg(&record, &refresh);
+    if (stored != 0) v2xmapconv_SetErrorCode(ERROR_CODE_SET_MAP_CFG);
+  }
+  v2xapp_GBMapStrDel(&frame);
+
+  bool ok = false;
+  if (ret == MAP_CONV_ETAG_UNCHANGED) {
+    std::printf("  result     -18: eTag %s unchanged, nothing stored\n", record.eTag);
+    ok = true;
+  } else if (ret != 0) {
+    std::printf("  result     %d: document rejected\n", ret);
+  } else if (stored != 0) {
+    std::printf("  result     0, storage failed with %d\n", stored);
+  } else {
+    unsigned n = refresh.m_mapFileID;
+    fs::path mapFile = outDir / (s.mapFilename + std::to_string(n));
+    // A slice that was written always has a digest; a skipped one leaves the notice empty.
+    bool written = false;
+    for (int i = 0; i < 16; ++i) written = written || refresh.m_CheckSum[i] != 0;
+    std::error_code ec;
+    uintmax_t size = fs::file_size(mapFile, ec);
+    char md5[33] = {};
+    for (int i = 0; i < 16; ++i) std::snprintf(md5 + 2 * i, 3, "%02x", refresh.m_CheckSum[i]);
+    std::printf("  result     0: slice %u stored, eTag %s%s\n", record.mapSlice, record.eTag,
+                record.mapSlice == 1 ? " (last slice: map complete)" : "");
+    if (!written || ec) {
+      std::printf("  map file   none (the slice belongs to a map already completed)\n");
+    } else {
+      std::printf("  map file   %s (%ju bytes, md5 %s)\n", mapFile.c_str(), size, md5);
+      std::printf("  record     %s\n", (outDir / (s.mapCfgname + std::to_string(n))).c_str());
+    }
+    ok = true;
+  }
+  int32 code = v2xmapconv_GetErrorCode();
+  std::printf("  error code %d (%s)\n", code, v2xmapconv_GetErrorDesc(code));
+  char ack[512];
+  if (v2xmapconv_MapDownAckBuild(&record, ack, sizeof(ack)) >= 0 && ret != -2) {
+    std::printf("  ack        %s%s\n", ack, record.ack ? "" : " (not requested)");
+  } else {
+    std::printf("  ack        none (the document could not be read)\n");
+  }
+  return ok;
+}
+
+int runConvert(int argc, char** argv) {
+  std::vector<std::string> docs;
+  const char* outArg = nullptr;
+  const char* cfgArg = nullptr;
+  for (int i = 1; i < argc; i++) {
+    if (std::strcmp(argv[i], "-o") == 0 || std::strcmp(argv[i], "--config") == 0) {
+      if (i + 1 >= argc) {
+        maptool::fail(kName, "%s needs a value (see --help)", argv[i]);
+        return maptool::kExitUsage;
+      }
+      (argv[i][1] == 'o' ? outArg : cfgArg) = argv[i + 1];
+      ++i;
+    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
+      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
+      return maptool::kExitUsage;
+    } else {
+      docs.emplace_back(argv[i]);
+    }
+  }
+  if (docs.empty() || outArg == nullptr) {
+    maptool::fail(kName, "%s (see --help)", docs.empty() ? "no document" : "no output directory (-o OUT_DIR)");
+    return maptool::kExitUsage;
+  }
+
+  Settings settings;
+  if (cfgArg != nullptr && !readSettings(cfgArg, settings)) return maptool::kExitUsage;
+  std::error_code ec;
+  fs::path outDir = fs::absolute(outArg, ec);
+  if (ec || !checkOutDir(outDir, settings)) return maptool::kExitUsage;
+  Workdir work;
+  if (!work.create(settings, outDir)) return maptool::kExitBadInput;
+  v2xmapconv_InitCfg(work.path().c_str());
+  v2xmapconv_ResetCfgForTest();
+  v2xmapconv_MapDownResetForTest();
+
+  bool allStored = true;
+  for (const std::string& doc : docs) allStored = convertOne(doc, outDir, settings) && allStored;
+  return allStored ? maptool::kExitOk : maptool::kExitBadInput;
+}
+
+}  // namespace
+
+V2X_MAP_TOOL_COMMAND(kName, "store cloud map-down JSON documents as the service does",
+                     "usage: v2x_map_tool convert MAP.json... -o OUT_DIR [--config CFG]\n"
+                     "\n"
+                     "Reads each map-down document in turn with the service's reader and stores\n"
+                     "it with the service's storage: the UPER map file and its MD5 record of the\n"
+                     "slice go to OUT_DIR (created if missing; it may hold only earlier map files,\n"
+                     "because the directory is emptied before the first slice of a new map).\n"
+                     "Give the slices of one map in the order the cloud sends them (highest first).\n"
+                     "\n"
+                     "CFG is a service configuration file: its stored eTag and the base names of\n"
+                     "the map files and records are used; the file itself is not changed. Without\n"
+                     "it the eTag is empty and the names are map_data_N and map_cfg_N.\n"
+                     "\n"
+                     "For each document prints the result, the recorded error code with its text\n"
+                     "and the acknowledgement the cloud would get. Exit status 0 when every\n"
+                     "document was stored or had an unchanged eTag (recorded codes included), 1\n"
+                     "when one was rejected or could not be stored, 2 for a wrong command line.\n",
+                     runConvert)
