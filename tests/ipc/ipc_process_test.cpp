@@ -44,7 +44,7 @@ class IpcProcess : public ::testing::Test {
   void startService(std::vector<std::string> extra = {}) {
     std::vector<std::string> argv = {V2X_SERVICE_BIN, "-w", work_.path(), "-f", work_.file("log/map_conv.log")};
     argv.insert(argv.end(), extra.begin(), extra.end());
-    ASSERT_TRUE(service_.start(argv));
+    ASSERT_TRUE(service_.start(argv, {}, work_.file("service.err")));
     ASSERT_TRUE(waitForLog("started, device id"));
   }
   bool waitForLog(const std::string& needle, size_t times = 1) const {
@@ -175,8 +175,8 @@ TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
   EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos) << text;
   ASSERT_TRUE(service_.signal(SIGTERM));
   int st = service_.waitExit();
-  ASSERT_TRUE(WIFEXITED(st));
-  EXPECT_EQ(WEXITSTATUS(st), 0);
+  ASSERT_TRUE(WIFEXITED(st)) << "status " << st << "\n" << v2xtest::readFile(work_.file("service.err"));
+  EXPECT_EQ(WEXITSTATUS(st), 0) << v2xtest::readFile(work_.file("service.err"));
 }
 
 // The service's notice path (called here directly, as the map storage does)

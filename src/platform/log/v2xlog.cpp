@@ -27,9 +27,10 @@ struct TagEntry {
 
 class Registry {
  public:
+  // Never destroyed: service threads may still log while the process exits.
   static Registry& instance() {
-    static Registry r;
-    return r;
+    static Registry* r = new Registry;
+    return *r;
   }
 
   TagEntry* add(const char* name) {
@@ -88,9 +89,11 @@ spdlog::level::level_enum toSpd(int32 level) {
 
 class Output {
  public:
+  // Never destroyed, like the registry: a task thread logging during exit
+  // must not meet a logger that static destruction has already taken down.
   static Output& instance() {
-    static Output o;
-    return o;
+    static Output* o = new Output;
+    return *o;
   }
 
   int32 init(const char* path, const char* defaultTag, bool file, bool console, bool force) {
