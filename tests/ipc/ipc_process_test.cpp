@@ -5,6 +5,8 @@
 #include <signal.h>
 
 #include <cstring>
+#include <ctime>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,10 @@
 #include "map_conv_stack_interface.h"
 #include "map_samples.h"
 #include "v2xlog.h"
+
+#ifdef V2X_CLOUD_SIM_BIN
+#include <mbedtls/md5.h>
+#endif
 
 namespace {
 
@@ -178,6 +184,64 @@ TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
   ASSERT_TRUE(WIFEXITED(st)) << "status " << st << "\n" << v2xtest::readFile(work_.file("service.err"));
   EXPECT_EQ(WEXITSTATUS(st), 0) << v2xtest::readFile(work_.file("service.err"));
 }
+
+#ifdef V2X_CLOUD_SIM_BIN
+std::string md5Hex(const std::string& data) {
+  unsigned char sum[16];
+  mbedtls_md5_ret(reinterpret_cast<const unsigned char*>(data.data()), data.size(), sum);
+  std::string hex;
+  for (unsigned char b : sum) {
+    char t[3];
+    std::snprintf(t, sizeof(t), "%02x", b);
+    hex += t;
+  }
+  return hex;
+}
+
+// The whole road: the cloud publishes a map of three slices, the service
+// stores them, tells the stack peer about each file, and its next requests
+// carry the time of the stored map.
+TEST_F(IpcProcess, StoredSlicesAreAnnouncedToTheStackPeer) {
+  const std::string device = "IPC-" + std::to_string(getpid());
+  std::string sysinfo = v2xtest::readFile(work_.file("conf/rsu_sysinfo.xml"));
+  const size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
+  ASSERT_TRUE(a != std::string::npos && b != std::string::npos);
+  sysinfo.replace(a + 11, b - a - 11, device);
+  v2xtest::writeFile(work_.file("conf/rsu_sysinfo.xml"), sysinfo);
+
+  ChildProcess sim;
+  ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-w", work_.path(), "-t", "60"}));
+  ASSERT_TRUE(sim.waitForOutput("listening on"));
+  startService();
+  const uint64_t before = static_cast<uint64_t>(std::time(nullptr));
+  ChildProcess cloud;
+  ASSERT_TRUE(cloud.start({V2X_CLOUD_SIM_BIN, "--device", device, "--gen", "3", "--count", "3", "--kind", "ack",
+                           "--timeout", "40", "--quiet"}));
+  const int cloudStatus = cloud.waitExit(std::chrono::seconds(45));
+  ASSERT_TRUE(WIFEXITED(cloudStatus) && WEXITSTATUS(cloudStatus) == 0) << cloud.output();
+
+  // One notice per slice, each with its file's MD5 as stored.
+  for (int id = 2; id >= 0; --id) {
+    const std::string file = v2xtest::readFile(work_.file("mapdata/map_data_" + std::to_string(id)));
+    ASSERT_FALSE(file.empty()) << id;
+    EXPECT_TRUE(sim.waitForOutput("notice: file id " + std::to_string(id) + ", md5 " + md5Hex(file) + ", file time 0"))
+        << sim.output();
+  }
+  // A later request carries the time of the last stored map.
+  const std::regex request("request: file time ([0-9]+),");
+  bool sawMapTime = false;
+  for (int i = 0; i < 50 && !sawMapTime; ++i) {
+    sim.waitForOutput("\n(never printed)", std::chrono::milliseconds(200));
+    const std::string out = sim.output();
+    for (auto it = std::sregex_iterator(out.begin(), out.end(), request); it != std::sregex_iterator(); ++it)
+      if (std::stoull((*it)[1].str()) >= before) sawMapTime = true;
+  }
+  EXPECT_TRUE(sawMapTime) << sim.output();
+  EXPECT_EQ(countOf(sim.output(), "notice: "), 3U) << sim.output();
+  sim.signal(SIGINT);
+  sim.waitExit();
+}
+#endif
 
 // The service's notice path (called here directly, as the map storage does)
 // against the real stack peer, which prints what it got.
