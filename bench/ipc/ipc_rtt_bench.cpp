@@ -27,10 +27,12 @@ uint16 freePort() {
   a.sin_family = AF_INET;
   a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t len = sizeof(a);
-  bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a));
-  getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+  uint16 port = 0;
+  if (bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
+      getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+    port = ntohs(a.sin_port);
   close(fd);
-  return ntohs(a.sin_port);
+  return port;
 }
 
 void BM_RoundTrip(benchmark::State& state) {

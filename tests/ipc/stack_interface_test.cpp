@@ -39,7 +39,8 @@ std::vector<uint8_t> packet(uint16_t cmd, const std::vector<uint8_t>& body, int 
   std::vector<uint8_t> p = {flag0, 0x5A, 4, 0};
   auto t = le(1700000000000ULL, 8);
   p.insert(p.end(), t.begin(), t.end());
-  auto c = le(cmd, 2), l = le(static_cast<uint64_t>(static_cast<int>(body.size()) + packLenDelta), 2);
+  const int64_t packLen = static_cast<int64_t>(body.size()) + packLenDelta;
+  auto c = le(cmd, 2), l = le(static_cast<uint64_t>(packLen), 2);
   p.insert(p.end(), c.begin(), c.end());
   p.insert(p.end(), l.begin(), l.end());
   p.push_back(0);
