@@ -16,21 +16,6 @@
 
 namespace v2xtest {
 
-// A port that was free a moment ago (the kernel's choice for port 0).
-inline uint16_t freeUdpPort() {
-  int fd = ::socket(AF_INET, SOCK_DGRAM, 0);
-  sockaddr_in a{};
-  a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t len = sizeof(a);
-  uint16_t port = 0;
-  if (fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
-    port = ntohs(a.sin_port);
-  if (fd >= 0) ::close(fd);
-  return port;
-}
-
 inline sockaddr_in loopback(uint16_t port) {
   sockaddr_in a{};
   a.sin_family = AF_INET;
@@ -42,28 +27,23 @@ inline sockaddr_in loopback(uint16_t port) {
 // A plain UDP socket on 127.0.0.1 (port 0: any), with bounded receives.
 class UdpPeer {
  public:
-  explicit UdpPeer(uint16_t port = 0) {
-    fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
+  explicit UdpPeer(uint16_t port = 0) : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in a = loopback(port);
     socklen_t len = sizeof(a);
-    if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
         ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len) == 0)
       port_ = ntohs(a.sin_port);
   }
-  ~UdpPeer() {
-    if (fd_ >= 0) ::close(fd_);
-  }
+  ~UdpPeer() { ::close(fd_); }
   UdpPeer(const UdpPeer&) = delete;
   UdpPeer& operator=(const UdpPeer&) = delete;
 
   uint16_t port() const { return port_; }
-
   bool sendTo(uint16_t port, const std::vector<uint8_t>& data) const { return sendTo(loopback(port), data); }
   bool sendTo(const sockaddr_in& to, const std::vector<uint8_t>& data) const {
     return ::sendto(fd_, data.data(), data.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof(to)) ==
            static_cast<ssize_t>(data.size());
   }
-
   // One datagram within timeoutMs; false when none came.
   bool receive(std::vector<uint8_t>& data, sockaddr_in* from = nullptr, int timeoutMs = 3000) const {
     pollfd p{fd_, POLLIN, 0};
@@ -72,36 +52,32 @@ class UdpPeer {
     sockaddr_in src{};
     socklen_t len = sizeof(src);
     ssize_t n = ::recvfrom(fd_, data.data(), data.size(), 0, reinterpret_cast<sockaddr*>(&src), &len);
-    if (n < 0) return false;
-    data.resize(static_cast<size_t>(n));
+    data.resize(n > 0 ? static_cast<size_t>(n) : 0);
     if (from != nullptr) *from = src;
-    return true;
+    return n >= 0;
   }
 
  private:
-  int fd_ = -1;
+  int fd_;
   uint16_t port_ = 0;
 };
 
+// A port that was free a moment ago.
+inline uint16_t freeUdpPort() { return UdpPeer().port(); }
+
 struct IpcPorts {
-  uint16_t appRs;    // the stack peer ("RSU_RCV")
-  uint16_t convSnd;  // the service's client socket
-  uint16_t logTool;  // the service's log tool socket
+  uint16_t appRs = freeUdpPort();    // the stack peer ("RSU_RCV")
+  uint16_t convSnd = freeUdpPort();  // the service's client socket
+  uint16_t logTool = freeUdpPort();  // the service's log tool socket
 };
 
-inline IpcPorts freshPorts() { return {freeUdpPort(), freeUdpPort(), freeUdpPort()}; }
-
-inline std::string ipcConfigText(const IpcPorts& p) {
-  return "ports : {\n  m_app_rs_rcvport = " + std::to_string(p.appRs) +
-         ";\n  m_map_conv_sndport = " + std::to_string(p.convSnd) +
-         ";\n  m_mapconv_logtool_rcvport = " + std::to_string(p.logTool) +
-         ";\n};\nendpoints : {\n  RSU_RCV = \"127.0.0.1\";\n  MAP_C_LOGTOOL = \"127.0.0.1\";\n};\n"
-         "bind : {\n  MAP_C_LOGTOOL = \"127.0.0.1\";\n};\n";
-}
-
-// Writes workDir/conf/v2x_ipc_port.cfg with these ports.
+// Writes workDir/conf/v2x_ipc_port.cfg with these ports, everything on loopback.
 inline void writeIpcConfig(const std::string& workDir, const IpcPorts& p) {
-  writeFile(workDir + "/conf/v2x_ipc_port.cfg", ipcConfigText(p));
+  writeFile(workDir + "/conf/v2x_ipc_port.cfg",
+            "ports : { m_app_rs_rcvport = " + std::to_string(p.appRs) + "; m_map_conv_sndport = " +
+                std::to_string(p.convSnd) + "; m_mapconv_logtool_rcvport = " + std::to_string(p.logTool) +
+                "; };\nendpoints : { RSU_RCV = \"127.0.0.1\"; MAP_C_LOGTOOL = \"127.0.0.1\"; };\n"
+                "bind : { MAP_C_LOGTOOL = \"127.0.0.1\"; };\n");
 }
 
 }  // namespace v2xtest
