@@ -206,7 +206,8 @@ void dispatchLoop(Object* o) {
         if (t->backlog && t->reader > 0) takeIntoQueue(o, t, t->reader);
     }
     lock.unlock();
-    item.callback(item.data.empty() ? nullptr : item.data.data(), static_cast<unsigned int>(item.data.size()));
+    uint8_t none = 0;  // an empty sample still comes with a valid pointer
+    item.callback(item.data.empty() ? &none : item.data.data(), static_cast<unsigned int>(item.data.size()));
     lock.lock();
   }
 }

@@ -65,7 +65,7 @@ extern "C" {
 #define V2XDDS_ERR_DDS (-5)     /* DDS refused the operation */
 
 /* Receive callback: one sample (at most V2XDDS_SAMPLE_MAX bytes). The data is
- * valid only during the call. */
+ * valid only during the call and never null, also for an empty sample. */
 typedef void dds_recv_cb(void* data, unsigned int len);
 
 /* A new, unstarted object; NULL when out of memory. */
