@@ -75,7 +75,7 @@ int32 v2xmapconv_InitCfg(const char* dir) {
       return -2;
     }
     g_configDirRefused = false;
-    std::memcpy(g_configDir, dir, std::strlen(dir));
+    std::snprintf(g_configDir, sizeof(g_configDir), "%s", dir);
   }
   V2XLOG(&g_curTag, 4, "configDir = %s!", g_configDir);
   return 0;

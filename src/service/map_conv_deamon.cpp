@@ -5,9 +5,11 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "map_conv_config.h"
 #include "map_conv_interface.h"
@@ -29,7 +31,7 @@ int32 g_lopt = 0;
 v2xcloud_comm_ddsinfo_t g_ddsinfo;
 
 struct option g_longOpts[] = {
-    {"help", no_argument, &g_lopt, 'h'},        {"version", no_argument, &g_lopt, 'v'},
+    {"help", no_argument, &g_lopt, 'h'},           {"version", no_argument, &g_lopt, 'v'},
     {"loglevel", required_argument, &g_lopt, 'd'}, {"logfile", required_argument, &g_lopt, 'f'},
     {"workdir", required_argument, &g_lopt, 'w'},  {nullptr, 0, nullptr, 0},
 };
@@ -113,13 +115,12 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
   while ((c = getopt_long(argc, argv, "hvd:f:w:", g_longOpts, &opt_index)) != -1) {
     if (c > 0) g_lopt = c;
     switch (g_lopt) {
-      case 'h':
-        std::printf("%s", g_help);
-        std::exit(0);
-      case 'v':
-        std::printf("version:%s\n", MAP_CONV_VERSION);
-        std::exit(0);
-      case 'd': g_logLevelFlag = std::atoi(optarg); break;
+      case 'h': std::printf("%s", g_help); std::exit(0);
+      case 'v': std::printf("version:%s\n", MAP_CONV_VERSION); std::exit(0);
+      // No range check: a non-number gives level 0, as documented.
+      case 'd':
+        g_logLevelFlag = std::atoi(optarg);  // NOLINT(cert-err34-c)
+        break;
       case 'f': copyArg(g_logfilePath, sizeof(g_logfilePath), optarg); break;
       case 'w': copyArg(g_workDir, sizeof(g_workDir), optarg); break;
       default: std::printf("this param error\n"); break;
@@ -151,7 +152,13 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
 }
 
 int32 v2xmapconv_exec(void) {
-  while (g_appRunningFlag != 0) sleep(1);
+  // Whole one-second steps: a signal does not cut a step short, so a stop is
+  // seen at the next step, at most a second later.
+  while (g_appRunningFlag != 0) {
+    struct timespec step = {1, 0};
+    while (nanosleep(&step, &step) != 0 && errno == EINTR) {
+    }
+  }
   V2XLOG(&g_curTag, 4, "stopping");
   v2xcloud_ddsExit(&g_ddsinfo);
   v2xlog_Flush();

@@ -20,8 +20,7 @@ service_status_t g_cloud_st;
 V2XPUB_TASKHANDLE handle_rsi_conv = nullptr;
 V2XPUB_TASKHANDLE handle_get_map = nullptr;
 
-void fillTask(v2xpub_TaskInitPara_t* para, const char* name, uint32 priority, uint32 intervals,
-              v2xpub_TaskFun_t exec) {
+void fillTask(v2xpub_TaskInitPara_t* para, const char* name, uint32 priority, uint32 intervals, v2xpub_TaskFun_t exec) {
   std::memset(para, 0, sizeof(*para));
   std::snprintf(para->m_taskName, sizeof(para->m_taskName), "%s", name);
   para->m_priority = priority;
@@ -85,8 +84,7 @@ void SendMapConvStatusToCommSoft(void* arg) {
     std::memset(&map_to_rsu_data, 0, sizeof(map_to_rsu_data));
     map_to_rsu_data.mapSlice = last->mapSlice;
     std::snprintf(map_to_rsu_data.eTag, sizeof(map_to_rsu_data.eTag), "%.63s", last->eTag);
-    v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_to_rsucloud_topic, &map_to_rsu_data,
-                     sizeof(map_to_rsu_data));
+    v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_to_rsucloud_topic, &map_to_rsu_data, sizeof(map_to_rsu_data));
   }
 }
 

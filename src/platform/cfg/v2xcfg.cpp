@@ -1,11 +1,10 @@
 // Configuration trees over libconfig++, with dotted keys and atomic write-back.
 #include "v2xcfg.h"
 
-#include <libconfig.h++>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <libconfig.h++>
 #include <memory>
 #include <string>
 
@@ -109,11 +108,11 @@ int32 v2xcfg_GetNodeValue(V2XCFGNODE_HANDLE handle, v2xcfg_member_type type, con
         return V2XCFG_SUCCESS;
       case V2XCFG_MEM_TYPE_DOUBLE:
         if (!s.isNumber()) return V2XCFG_NODE_TYPE_ERROR;
-        *static_cast<double*>(value) =
-            s.getType() == libconfig::Setting::TypeFloat ? static_cast<double>(s) : static_cast<double>(static_cast<long long>(s));
+        *static_cast<double*>(value) = s.getType() == libconfig::Setting::TypeFloat
+                                           ? static_cast<double>(s)
+                                           : static_cast<double>(static_cast<long long>(s));
         return V2XCFG_SUCCESS;
-      default:
-        return V2XCFG_NODE_TYPE_ERROR;
+      default: return V2XCFG_NODE_TYPE_ERROR;
     }
   } catch (const libconfig::SettingTypeException&) {
     return V2XCFG_NODE_TYPE_ERROR;

@@ -79,9 +79,9 @@ void v2xlog_Flush(void);
  * The one way modules log: V2XLOG(&g_curTag, 2, "open %s error", path) writes
  * "file:function:line:open ... error". The level test comes first.
  */
-#define V2XLOG(tag, level, fmt, ...)                                                            \
-  do {                                                                                          \
-    if (v2xlog_IsEnabled((tag), (level)))                                                       \
+#define V2XLOG(tag, level, fmt, ...)                                                              \
+  do {                                                                                            \
+    if (v2xlog_IsEnabled((tag), (level)))                                                         \
       v2xlog_Print((tag), (level), "%s:%s:%d:" fmt, __FILE__, __func__, __LINE__, ##__VA_ARGS__); \
   } while (0)
 

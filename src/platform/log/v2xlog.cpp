@@ -49,9 +49,7 @@ class Registry {
     return findLocked(name);
   }
 
-  TagEntry* at(uint16 index) {
-    return index < count_.load(std::memory_order_acquire) ? &tags_[index] : nullptr;
-  }
+  TagEntry* at(uint16 index) { return index < count_.load(std::memory_order_acquire) ? &tags_[index] : nullptr; }
 
   uint16 count() const { return count_.load(std::memory_order_acquire); }
 
@@ -103,8 +101,8 @@ class Output {
         std::error_code ec;
         auto parent = std::filesystem::path(path).parent_path();
         if (!parent.empty()) std::filesystem::create_directories(parent, ec);
-        sinks.push_back(std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, V2XLOG_FILE_MAX_SIZE,
-                                                                               V2XLOG_FILE_MAX_FILES));
+        sinks.push_back(
+            std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, V2XLOG_FILE_MAX_SIZE, V2XLOG_FILE_MAX_FILES));
       } catch (const spdlog::spdlog_ex& e) {
         std::fprintf(stderr, "v2xlog: cannot open log file %s: %s\n", path, e.what());
         ret = -1;

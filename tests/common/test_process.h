@@ -1,0 +1,150 @@
+// Test support: start a real program, read its output, signal it, wait for it
+// with bounded waits. Header-only, for the process-level tests.
+#pragma once
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace v2xtest {
+
+class ChildProcess {
+ public:
+  ChildProcess() = default;
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess() {
+    if (pid_ > 0 && !exited_) {
+      ::kill(pid_, SIGKILL);
+      int st = 0;
+      ::waitpid(pid_, &st, 0);
+    }
+    if (outFd_ >= 0) ::close(outFd_);
+  }
+
+  // Starts argv[0] with the given arguments; extra environment as NAME=VALUE.
+  // Standard output is captured; standard error goes to errFile (or /dev/null).
+  bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+             const std::string& errFile = "/dev/null") {
+    int fds[2];
+    if (::pipe(fds) != 0) return false;
+    pid_ = ::fork();
+    if (pid_ < 0) return false;
+    if (pid_ == 0) {
+      ::dup2(fds[1], STDOUT_FILENO);
+      int err = ::open(errFile.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      if (err >= 0) ::dup2(err, STDERR_FILENO);
+      ::close(fds[0]);
+      ::close(fds[1]);
+      for (const auto& e : env) ::putenv(const_cast<char*>(e.c_str()));
+      std::vector<char*> args;
+      for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+      args.push_back(nullptr);
+      ::execv(args[0], args.data());
+      ::_exit(127);
+    }
+    ::close(fds[1]);
+    outFd_ = fds[0];
+    return true;
+  }
+
+  pid_t pid() const { return pid_; }
+
+  // Reads output until `needle` appears or the time bound passes.
+  bool waitForOutput(const std::string& needle, std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+    auto end = std::chrono::steady_clock::now() + bound;
+    while (out_.find(needle) == std::string::npos) {
+      auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+      if (left.count() <= 0 || !readSome(static_cast<int>(left.count()))) return out_.find(needle) != std::string::npos;
+    }
+    return true;
+  }
+
+  bool signal(int sig) { return pid_ > 0 && !exited_ && ::kill(pid_, sig) == 0; }
+
+  // Waits for the exit (bounded); drains the output. Returns the wait status or -1.
+  int waitExit(std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+    auto end = std::chrono::steady_clock::now() + bound;
+    while (std::chrono::steady_clock::now() < end) {
+      int st = 0;
+      pid_t r = ::waitpid(pid_, &st, WNOHANG);
+      if (r == pid_) {
+        exited_ = true;
+        while (readSome(0)) {
+        }
+        return st;
+      }
+      readSome(50);
+    }
+    return -1;
+  }
+
+  const std::string& output() const { return out_; }
+
+ private:
+  // One bounded read; false on end of output or time-out.
+  bool readSome(int timeoutMs) {
+    if (outFd_ < 0) return false;
+    pollfd p{outFd_, POLLIN, 0};
+    if (::poll(&p, 1, timeoutMs) <= 0) return false;
+    char buf[4096];
+    ssize_t n = ::read(outFd_, buf, sizeof(buf));
+    if (n <= 0) return false;
+    out_.append(buf, static_cast<size_t>(n));
+    return true;
+  }
+
+  pid_t pid_ = -1;
+  int outFd_ = -1;
+  bool exited_ = false;
+  std::string out_;
+};
+
+// A fresh directory under the system's temporary directory, removed at the end.
+class TempDir {
+ public:
+  TempDir() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "v2xtest.XXXXXX").string();
+    path_ = ::mkdtemp(tmpl.data()) != nullptr ? tmpl : std::string();
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+inline void writeFile(const std::string& path, const std::string& text) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+// Copies the sample working directory from etc/ into dir, as the run script does.
+inline bool prepareWorkdir(const std::string& dir) {
+  std::string cmd = std::string("bash ") + V2X_SOURCE_DIR + "/scripts/prepare-workdir.sh '" + dir + "' >/dev/null";
+  return std::system(cmd.c_str()) == 0;
+}
+
+}  // namespace v2xtest

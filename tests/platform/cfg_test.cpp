@@ -1,0 +1,116 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <libconfig.h++>
+#include <string>
+
+#include "test_process.h"
+#include "v2xcfg.h"
+
+namespace {
+
+const char* kSample =
+    "# comment kept by nobody\n"
+    "rsuMapConvertInfo :\n{\n"
+    "  eTag = \"abc\";\n  MapDataDir = \"mapdata\";\n  count = 7;\n  big = 5000000000L;\n"
+    "  flag = true;\n  ratio = 0.5;\n  nested : { deep = \"x\"; };\n};\n"
+    "other = \"keep me\";\n";
+
+class CfgTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    path_ = dir_.file("conf.cfg");
+    v2xtest::writeFile(path_, kSample);
+    ASSERT_EQ(v2xcfg_InitContext(&h_, path_.c_str()), V2XCFG_SUCCESS);
+  }
+  void TearDown() override { v2xcfg_ExitContext(h_); }
+  v2xtest::TempDir dir_;
+  std::string path_;
+  V2XCFGNODE_HANDLE h_ = nullptr;
+};
+
+TEST_F(CfgTest, ReadsEveryTypeByDottedKey) {
+  char text[16];
+  uint16 len = 15;
+  ASSERT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", text, &len), V2XCFG_SUCCESS);
+  EXPECT_STREQ(text, "abc");
+  EXPECT_EQ(len, 3);
+  len = 15;
+  ASSERT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.nested.deep", text, &len), 0);
+  EXPECT_STREQ(text, "x");
+  int32 i = 0;
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_INT32, "rsuMapConvertInfo.count", &i, nullptr), 0);
+  EXPECT_EQ(i, 7);
+  int64 big = 0;
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_INT64, "rsuMapConvertInfo.big", &big, nullptr), 0);
+  EXPECT_EQ(big, 5000000000LL);
+  bool flag = false;
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_BOOL, "rsuMapConvertInfo.flag", &flag, nullptr), 0);
+  EXPECT_TRUE(flag);
+  double ratio = 0;
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_DOUBLE, "rsuMapConvertInfo.ratio", &ratio, nullptr), 0);
+  EXPECT_DOUBLE_EQ(ratio, 0.5);
+}
+
+TEST_F(CfgTest, StringsAreCutToTheGivenLength) {
+  char text[3];
+  uint16 len = 2;
+  ASSERT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", text, &len), 0);
+  EXPECT_STREQ(text, "ab");
+  EXPECT_EQ(len, 2);
+}
+
+TEST_F(CfgTest, MissingKeysWrongTypesAndBadArguments) {
+  char text[16];
+  uint16 len = 15;
+  int32 i = 0;
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.none", text, &len),
+            V2XCFG_NODE_NOTEXIST);
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.count", text, &len),
+            V2XCFG_NODE_TYPE_ERROR);
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_INT32, "rsuMapConvertInfo.eTag", &i, nullptr),
+            V2XCFG_NODE_TYPE_ERROR);
+  EXPECT_EQ(v2xcfg_GetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", text, nullptr), V2XCFG_FAIL);
+  EXPECT_EQ(v2xcfg_GetNodeValue(nullptr, V2XCFG_MEM_TYPE_STRING, "a", text, &len), V2XCFG_FAIL);
+  EXPECT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.count", "x"), V2XCFG_NODE_TYPE_ERROR);
+  EXPECT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "other.below", "x"), V2XCFG_FAIL);  // not a group
+  EXPECT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "a..b", "x"), V2XCFG_FAIL);
+}
+
+TEST_F(CfgTest, WriteBackChangesOnlyTheKeyAndKeepsTheRest) {
+  ASSERT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", "new-tag"), 0);
+  int32 n = 42;
+  ASSERT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_INT32, "added.group.value", &n), 0);
+  ASSERT_EQ(v2xcfg_UpdateFile(h_, 0), V2XCFG_SUCCESS);
+
+  libconfig::Config cfg;
+  ASSERT_NO_THROW(cfg.readFile(path_.c_str()));
+  EXPECT_STREQ(cfg.lookup("rsuMapConvertInfo.eTag").c_str(), "new-tag");
+  EXPECT_STREQ(cfg.lookup("rsuMapConvertInfo.MapDataDir").c_str(), "mapdata");
+  EXPECT_EQ(static_cast<int>(cfg.lookup("rsuMapConvertInfo.count")), 7);
+  EXPECT_STREQ(cfg.lookup("other").c_str(), "keep me");
+  EXPECT_EQ(static_cast<int>(cfg.lookup("added.group.value")), 42);
+  size_t files = 0;
+  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(dir_.path())) ++files;
+  EXPECT_EQ(files, 1U);  // no temporary file left beside it
+}
+
+TEST_F(CfgTest, FailedWriteBackLeavesTheFileWhole) {
+  std::filesystem::remove(path_);
+  std::filesystem::create_directory(path_);  // the target can no longer be replaced
+  EXPECT_EQ(v2xcfg_UpdateFile(h_, 0), V2XCFG_FAIL);
+  EXPECT_TRUE(std::filesystem::is_directory(path_));
+  EXPECT_EQ(v2xcfg_UpdateFile(h_, 1), V2XCFG_FAIL);
+}
+
+TEST(CfgFile, MissingOrBrokenFileFails) {
+  v2xtest::TempDir dir;
+  V2XCFGNODE_HANDLE h = nullptr;
+  EXPECT_EQ(v2xcfg_InitContext(&h, dir.file("none.cfg").c_str()), V2XCFG_FAIL);
+  v2xtest::writeFile(dir.file("bad.cfg"), "group : { key = ; };");
+  EXPECT_EQ(v2xcfg_InitContext(&h, dir.file("bad.cfg").c_str()), V2XCFG_FAIL);
+  EXPECT_EQ(h, nullptr);
+  EXPECT_EQ(v2xcfg_ExitContext(nullptr), V2XCFG_SUCCESS);
+}
+
+}  // namespace

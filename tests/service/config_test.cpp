@@ -1,0 +1,230 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <ctime>
+#include <libconfig.h++>
+#include <regex>
+#include <string>
+
+#include "map_conv_config.h"
+#include "test_process.h"
+#include "v2xlog.h"
+
+namespace {
+
+std::string configText(const std::string& eTag, const std::string& mapDir, const std::string& sysinfo) {
+  return "rsuMapConvertInfo :\n{\n  eTag = \"" + eTag + "\";\n  MapDataDir = \"" + mapDir +
+         "\";\n  MapFilename = \"map_data_\";\n  MapCfgname = \"map_cfg_\";\n  Sysinfoname = \"" + sysinfo +
+         "\";\n};\nunrelated = 12;\n";
+}
+
+class ConfigTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    v2xlog_Init(dir_.file("log/test.log").c_str(), "TEST", 1, 0, 0);
+    v2xlog_SetTagLevel(v2xlog_AddTag("MCFG"), 7);
+    v2xmapconv_ResetCfgForTest();
+    ASSERT_EQ(v2xmapconv_InitCfg(dir_.path().c_str()), 0);
+  }
+  void TearDown() override { v2xmapconv_InitCfg(""); }
+  void writeConfig(const std::string& text) { v2xtest::writeFile(dir_.file(MAP_CONV_CFG_FILE), text); }
+  std::string logText() {
+    v2xlog_Flush();
+    return v2xtest::readFile(dir_.file("log/test.log"));
+  }
+  v2xtest::TempDir dir_;
+};
+
+TEST_F(ConfigTest, ReadsTheFiveSettingsAndTheDeviceFile) {
+  v2xtest::writeFile(dir_.file("sysinfo.xml"),
+                     "<x><device_id>RSU-01.a</device_id><device_name> name </device_name>"
+                     "<module_hardware_version>HW2</module_hardware_version></x>");
+  writeConfig(configText("E1", "mapdata", dir_.file("sysinfo.xml")));
+  map_conv_config_t* cfg = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  ASSERT_NE(cfg, nullptr);
+  EXPECT_STREQ(cfg->m_eTag, "E1");
+  EXPECT_STREQ(cfg->m_MapDataDir, "mapdata");
+  EXPECT_STREQ(cfg->m_MapFilename, "map_data_");
+  EXPECT_STREQ(cfg->m_MapCfgname, "map_cfg_");
+  EXPECT_STREQ(cfg->m_sysinfo.m_device_id, "RSU-01.a");
+  EXPECT_STREQ(cfg->m_sysinfo.m_device_name, " name ");
+  EXPECT_STREQ(cfg->m_sysinfo.m_hardware_version, "HW2");
+
+  // Served from memory afterwards, even when the file changes or disappears.
+  writeConfig(configText("E2", "other", ""));
+  map_conv_config_t* again = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgData(&again), 0);
+  EXPECT_EQ(again, cfg);
+  EXPECT_STREQ(again->m_eTag, "E1");
+  EXPECT_EQ(v2xmapconv_GetCfgData(nullptr), 1);
+}
+
+TEST_F(ConfigTest, LongValuesAreCutAndMissingKeysWarn) {
+  std::string longTag(70, 'e');
+  writeConfig("rsuMapConvertInfo : { eTag = \"" + longTag + "\"; MapDataDir = 5; };");
+  map_conv_config_t* cfg = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  EXPECT_EQ(std::string(cfg->m_eTag), longTag.substr(0, 63));
+  EXPECT_STREQ(cfg->m_MapDataDir, "");
+  EXPECT_STREQ(cfg->m_sysinfo.m_device_id, "");
+  std::string log = logText();
+  EXPECT_NE(log.find("rsuMapConvertInfo.MapDataDir node error"), std::string::npos);
+  EXPECT_NE(log.find("rsuMapConvertInfo.m_MapCfgname node error "), std::string::npos);
+  EXPECT_NE(log.find("rsuMapConvertInfo.Sysinfoname node error "), std::string::npos);
+}
+
+TEST_F(ConfigTest, MissingFileFailsAndALaterReadRetries) {
+  map_conv_config_t* cfg = nullptr;
+  EXPECT_EQ(v2xmapconv_GetCfgData(&cfg), 1);
+  EXPECT_NE(logText().find("v2xcfg_InitContext error " + dir_.file(MAP_CONV_CFG_FILE)), std::string::npos);
+  writeConfig(configText("late", "m", ""));
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  EXPECT_STREQ(cfg->m_eTag, "late");
+}
+
+TEST_F(ConfigTest, ETagWriteBackKeepsTheOtherSettings) {
+  writeConfig(configText("old", "mapdata", "/nonexistent"));
+  map_conv_config_t* cfg = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  std::snprintf(cfg->m_eTag, sizeof(cfg->m_eTag), "%s", "fresh-etag");
+  ASSERT_EQ(v2xmapconv_SetCfgData(cfg), 0);
+
+  libconfig::Config file;
+  ASSERT_NO_THROW(file.readFile(dir_.file(MAP_CONV_CFG_FILE).c_str()));
+  EXPECT_STREQ(file.lookup("rsuMapConvertInfo.eTag").c_str(), "fresh-etag");
+  EXPECT_STREQ(file.lookup("rsuMapConvertInfo.MapDataDir").c_str(), "mapdata");
+  EXPECT_STREQ(file.lookup("rsuMapConvertInfo.Sysinfoname").c_str(), "/nonexistent");
+  EXPECT_EQ(static_cast<int>(file.lookup("unrelated")), 12);
+
+  // After a restart the stored eTag is what the service compares with.
+  v2xmapconv_ResetCfgForTest();
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  EXPECT_STREQ(cfg->m_eTag, "fresh-etag");
+
+  std::filesystem::remove(dir_.file(MAP_CONV_CFG_FILE));
+  EXPECT_EQ(v2xmapconv_SetCfgData(cfg), 1);
+}
+
+TEST_F(ConfigTest, PathsAreBuiltUnderTheWorkDirectoryAndCut) {
+  char* path = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgDir(MAP_CONV_CFG_FILE, &path), 0);
+  EXPECT_EQ(std::string(path), dir_.path() + "/conf/v2x_map_convert.cfg");
+  std::string hundred(100, 'm');
+  ASSERT_EQ(v2xmapconv_GetMapDataDir(hundred.c_str(), &path), 0);
+  EXPECT_EQ(std::string(path), dir_.path() + "/" + hundred.substr(0, 63));
+  ASSERT_EQ(v2xmapconv_GetMapDataDir("", &path), 0);
+  EXPECT_EQ(std::string(path), dir_.path() + "/");
+
+  v2xmapconv_InitCfg("");
+  ASSERT_EQ(v2xmapconv_GetCfgDir(MAP_CONV_CFG_FILE, &path), 0);
+  EXPECT_STREQ(path, "conf/v2x_map_convert.cfg");
+}
+
+TEST_F(ConfigTest, TooLongWorkDirectoryIsRefused) {
+  std::string longDir = "/" + std::string(70, 'w');
+  EXPECT_EQ(v2xmapconv_InitCfg(longDir.c_str()), -2);
+  map_conv_config_t* cfg = nullptr;
+  EXPECT_EQ(v2xmapconv_GetCfgData(&cfg), 1);
+  EXPECT_NE(logText().find("is longer than 63 characters, refused"), std::string::npos);
+}
+
+struct XmlCase {
+  const char* name;
+  const char* xml;
+  const char* tag;
+  int32 maxLen;
+  int32 result;
+  const char* value;  // expected output (unchanged "keep" when refused)
+};
+
+void PrintTo(const XmlCase& c, std::ostream* os) { *os << c.name; }
+
+class ParseXml : public ::testing::TestWithParam<XmlCase> {};
+
+TEST_P(ParseXml, ExtractsTheFirstElement) {
+  const XmlCase& c = GetParam();
+  char out[64] = "keep";
+  std::string xml = c.xml;
+  EXPECT_EQ(v2xrsucloud_parseXML(xml.data(), const_cast<char*>(c.tag), out, c.maxLen), c.result);
+  EXPECT_STREQ(out, c.value);
+}
+
+const std::string k31(31, 'a');
+const std::string k32(32, 'b');
+const std::string xml31 = "<device_id>" + k31 + "</device_id>";
+const std::string xml32 = "<device_id>" + k32 + "</device_id>";
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ParseXml,
+    ::testing::Values(XmlCase{"plain", "<a><device_id>R1</device_id></a>", "device_id", 32, 0, "R1"},
+                      XmlCase{"first_of_two", "<device_id>A</device_id><device_id>B</device_id>", "device_id", 32, 0,
+                              "A"},
+                      XmlCase{"whitespace_kept", "<device_id> R 1\n</device_id>", "device_id", 32, 0, " R 1\n"},
+                      XmlCase{"empty", "<device_id></device_id>", "device_id", 32, 0, ""},
+                      XmlCase{"no_start", "<other>R1</other>", "device_id", 32, -3, "keep"},
+                      XmlCase{"no_end", "<device_id>R1", "device_id", 32, -4, "keep"},
+                      XmlCase{"end_before_start", "</device_id><device_id>R1", "device_id", 32, -4, "keep"},
+                      XmlCase{"31_chars_fit", xml31.c_str(), "device_id", 32, 0, k31.c_str()},
+                      XmlCase{"32_chars_refused", xml32.c_str(), "device_id", 32, -5, "keep"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(ParseXmlArgs, NullArgumentsAreRefused) {
+  char out[8];
+  char xml[] = "<a>1</a>";
+  char tag[] = "a";
+  EXPECT_EQ(v2xrsucloud_parseXML(nullptr, tag, out, 8), -2);
+  EXPECT_EQ(v2xrsucloud_parseXML(xml, nullptr, out, 8), -2);
+  EXPECT_EQ(v2xrsucloud_parseXML(xml, tag, nullptr, 8), -2);
+}
+
+TEST_F(ConfigTest, DeviceFileMissingLeavesFieldsEmpty) {
+  map_conv_config_t cfg{};
+  std::snprintf(cfg.m_SysinfoName, sizeof(cfg.m_SysinfoName), "%s", dir_.file("none.xml").c_str());
+  EXPECT_EQ(v2xmapconv_GetSysinfo(&cfg), -1);
+  EXPECT_STREQ(cfg.m_sysinfo.m_device_id, "");
+  EXPECT_EQ(v2xmapconv_GetSysinfo(nullptr), -2);
+}
+
+TEST_F(ConfigTest, MapRecordIsALibconfigFileWithTheRefreshTime) {
+  std::string path = dir_.file("map_cfg_0");
+  uint64_t stamp = 0;
+  char eTag[] = "etag-1";
+  char md5[] = "0123456789abcdef0123456789abcdef";
+  time_t before = time(nullptr);
+  ASSERT_EQ(v2xmapconv_WriteMapCfg(path.data(), eTag, md5, &stamp), 0);
+  time_t after = time(nullptr);
+  EXPECT_GE(static_cast<time_t>(stamp), before);
+  EXPECT_LE(static_cast<time_t>(stamp), after);
+
+  libconfig::Config rec;
+  ASSERT_NO_THROW(rec.readFile(path.c_str()));
+  EXPECT_STREQ(rec.lookup("Name").c_str(), "etag-1");
+  EXPECT_STREQ(rec.lookup("MAPTepm.MD5Sum").c_str(), md5);
+  EXPECT_TRUE(static_cast<bool>(rec.lookup("MAPTepm.CheckStatus")));
+  std::string refresh = rec.lookup("MAPTepm.RefreshTime").c_str();
+  EXPECT_TRUE(std::regex_match(refresh, std::regex(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})"))) << refresh;
+  struct tm tmv {};
+  time_t secs = static_cast<time_t>(stamp);
+  localtime_r(&secs, &tmv);
+  char expected[32];
+  std::strftime(expected, sizeof(expected), "%Y-%m-%d %H:%M:%S", &tmv);
+  EXPECT_EQ(refresh, expected);
+}
+
+TEST_F(ConfigTest, MapRecordWriteFailureStillReportsSuccess) {
+  std::string path = dir_.file("no/such/dir/map_cfg_0");
+  uint64_t stamp = 0;
+  char md5[] = "00";
+  EXPECT_EQ(v2xmapconv_WriteMapCfg(path.data(), nullptr, md5, &stamp), 0);
+  std::string log = logText();
+  size_t err = log.find("Error while writing file,name:" + path);
+  size_t ok = log.find("save generate file to " + path + " SUCCESS");
+  ASSERT_NE(err, std::string::npos);
+  ASSERT_NE(ok, std::string::npos);
+  EXPECT_LT(err, ok);
+  EXPECT_EQ(v2xmapconv_WriteMapCfg(nullptr, nullptr, md5, &stamp), -2);
+  EXPECT_EQ(v2xmapconv_WriteMapCfg(path.data(), nullptr, nullptr, &stamp), -2);
+}
+
+}  // namespace
