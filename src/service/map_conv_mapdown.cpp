@@ -1,37 +1,1472 @@
-// Map download (not available yet).
+// Map download: reads the cloud's JSON map document into a MessageFrame,
+// records the last problem found, acknowledges to the cloud and stores each
+// slice as a UPER file with its MD5 record.
 #include "map_conv_mapdown.h"
 
+#include <ConnectingLane.h>
+#include <Connection.h>
+#include <ConnectsToList.h>
+#include <Elevation.h>
+#include <Lane.h>
+#include <LaneAttributes.h>
+#include <LaneWidth.h>
+#include <Latitude.h>
+#include <Link.h>
+#include <LinkList.h>
+#include <Longitude.h>
+#include <MessageFrame.h>
+#include <Movement.h>
+#include <MovementList.h>
+#include <Node.h>
+#include <PhaseID.h>
+#include <PointList.h>
+#include <RegulatorySpeedLimit.h>
+#include <RoadPoint.h>
+#include <Speed.h>
+#include <SpeedLimitList.h>
+#include <cjson/cJSON.h>
+#include <dirent.h>
+#include <limits.h>
+#include <mbedtls/md5.h>
+#include <mbedtls/version.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "map_conv_config.h"
+#include "map_conv_deamon.h"
+#include "map_conv_v2xcloud_dds.h"
+#include "v2xapp_commoncodec.h"
+#include "v2xapp_gbmap.h"
 #include "v2xlog.h"
+#include "v2xpub.h"
 
 namespace {
+
 v2xlog_config_t g_curTag = {nullptr, "DOWN"};
+
+const char* const g_errorDescriptions[ERROR_CODE_MAPDOWN_NUM] = {
+    "No error",
+    "Etag error",
+    "NODE id error",
+    "NODE refPos error",
+    "NODE refPos longitude error",
+    "NODE refPos latitude error",
+    "NODE refPos elevation error",
+    "NODE Link upstreamNodeId error",
+    "NODE Link linkwidth",
+    "NODE Link lanes error",
+    "NODE Link speedlimit error",
+    "NODE Link Movements phaseid error",
+    "NODE Link lanes laneid error",
+    "NODE Link lanes lanewidth error",
+    "NODE Link lanes connectsTo phaseid error",
+    "NODE Link lanes points longitude error",
+    "NODE Link lanes points latitude error",
+    "NODE Link lanes points elevation error",
+    "Set MAP config error",
+};
+
+// Written by the readers and the reception, read by the acknowledgement; all
+// on the thread that delivers the map-down topic.
+ErrorCode_MapDown g_errorCode = ERROR_CODE_NONE;
+
+// Storage state: the eTag of the map completed last in this run, whether the
+// next slice starts a new map (and so empties the directory), and the time of
+// the last map record written (seconds since the epoch).
+char cur_eTag[64];
+bool del_map_dir_flag = true;
 uint64 g_last_mapdown_timestamp = 0;
+
+constexpr double kDegreeScale = 10000000.0;
+constexpr double kMetreScale = 10.0;
+
+template <typename T>
+T* newRecord() {
+  return static_cast<T*>(std::calloc(1, sizeof(T)));
+}
+
+// Releases a record that a failing reader allocated but did not append.
+template <typename T>
+void dropRecord(asn_TYPE_descriptor_t& td, T* record) {
+  if (record != nullptr) ASN_STRUCT_FREE(td, record);
+}
+
+// A real (degrees, metres) times its unit factor, truncated toward zero. A
+// product beyond the 64-bit range saturates, so the range check rejects it.
+long scaleTrunc(double value, double factor) {
+  double scaled = value * factor;
+  if (std::isnan(scaled)) return 0;
+  if (scaled >= 9.2e18) return LONG_MAX;
+  if (scaled <= -9.2e18) return LONG_MIN;
+  return static_cast<long>(scaled);
+}
+
+// The item's integer view (the JSON library's int, saturated by it), widened.
+long intView(const cJSON* item) { return static_cast<long>(item->valueint); }
+
+// The text of a key that must hold a JSON string; anything else counts as absent.
+const char* textItem(const cJSON* json, const char* key) {
+  const cJSON* item = cJSON_GetObjectItem(json, key);
+  if (item == nullptr || !cJSON_IsString(item) || item->valuestring == nullptr) return nullptr;
+  return item->valuestring;
+}
+
+// Copies at most size-1 characters and always terminates.
+void copyText(char* dst, size_t size, const char* src) {
+  size_t len = strnlen(src, size - 1);
+  std::memcpy(dst, src, len);
+  std::memset(dst + len, 0, size - len);
+}
+
+// The leading decimal number of a text (optional blanks and sign), modulo 256.
+uint8 leadingNumberMod256(const char* text) {
+  const char* p = text;
+  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+  bool negative = false;
+  if (*p == '+' || *p == '-') negative = (*p++ == '-');
+  uint32 value = 0;
+  for (; *p >= '0' && *p <= '9'; ++p) value = (value * 10u + static_cast<uint32>(*p - '0')) & 0xFFu;
+  if (negative) value = (256u - value) & 0xFFu;
+  return static_cast<uint8>(value);
+}
+
+// Builds a bit string of `bits` bits from value into a new record stored at *target.
+int32 newBitString(long value, int8 bits, BIT_STRING_t** target) {
+  BIT_STRING_t* bs = newRecord<BIT_STRING_t>();
+  if (bs == nullptr) return -2;
+  int64 v = value;
+  v2xcodec_long2BitString(&v, bits, bs);
+  *target = bs;
+  return 0;
+}
+
+// The name of a node or link: the text's bytes without terminator.
+int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
+  const cJSON* item = cJSON_GetObjectItem(json, "name");
+  if (item == nullptr) return 0;
+  if (!cJSON_IsString(item) || item->valuestring == nullptr) {
+    V2XLOG(&g_curTag, 3, "%s name is not a text, ignored", what);
+    return 0;
+  }
+  size_t len = std::strlen(item->valuestring);
+  DescriptiveName_t* record = newRecord<DescriptiveName_t>();
+  if (record == nullptr) {
+    V2XLOG(&g_curTag, 2, "%s->name calloc failed!", what);
+    return -2;
+  }
+  record->buf = static_cast<uint8_t*>(std::malloc(len > 0 ? len : 1));
+  if (record->buf == nullptr) {
+    std::free(record);
+    V2XLOG(&g_curTag, 2, "%s->name calloc failed!", what);
+    return -2;
+  }
+  std::memcpy(record->buf, item->valuestring, len);
+  record->size = static_cast<int>(len);
+  *name = record;
+  return 0;
+}
+
+// The reference position of a node, in this order: "lon", "lat", then the
+// optional "ele". The degrees and metres also go into the floating-point
+// position that the link reader carries.
+int32 readRefPos(cJSON* json, Node_t* node, c_pos3D_t* refPos) {
+  cJSON* pos = cJSON_GetObjectItem(json, "refPos");
+  if (pos == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS);
+    V2XLOG(&g_curTag, 2, "Get refPos item failed!");
+    return -9;
+  }
+  refPos->posIsValid = true;
+
+  const cJSON* lon = cJSON_GetObjectItem(pos, "lon");
+  if (lon == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LON);
+    V2XLOG(&g_curTag, 2, "Get refPos->lon item failed!");
+    return -4;
+  }
+  refPos->lon = lon->valuedouble;
+  node->refPos.Long = scaleTrunc(lon->valuedouble, kDegreeScale);
+  if (Longitude_constraint(nullptr, &node->refPos.Long, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LON);
+    V2XLOG(&g_curTag, 2, "error: longitude out of range");
+    return -3;
+  }
+
+  const cJSON* lat = cJSON_GetObjectItem(pos, "lat");
+  if (lat == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LAT);
+    V2XLOG(&g_curTag, 2, "Get refPos->lat item failed!");
+    return -6;
+  }
+  refPos->lat = lat->valuedouble;
+  node->refPos.lat = scaleTrunc(lat->valuedouble, kDegreeScale);
+  if (Latitude_constraint(nullptr, &node->refPos.lat, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LAT);
+    V2XLOG(&g_curTag, 2, "error: latitude out of range");
+    return -5;
+  }
+
+  const cJSON* ele = cJSON_GetObjectItem(pos, "ele");
+  if (ele == nullptr) {
+    refPos->elevIsValid = false;
+    return 0;
+  }
+  refPos->elevIsValid = true;
+  refPos->elevation = ele->valuedouble;
+  if (node->refPos.elevation == nullptr) node->refPos.elevation = newRecord<Elevation_t>();
+  if (node->refPos.elevation == nullptr) {
+    V2XLOG(&g_curTag, 2, "refPos.elevation calloc failed");
+    return -8;
+  }
+  *node->refPos.elevation = scaleTrunc(ele->valuedouble, kMetreScale);
+  if (Elevation_constraint(nullptr, node->refPos.elevation, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_ELE);
+    V2XLOG(&g_curTag, 2, "error: elevation out of range");
+    return -7;
+  }
+  return 0;
+}
+
+// One node: identity and reference position decide; its links never reject it.
+int32 readNode(cJSON* item, Node_t* node) {
+  c_pos3D_t refPos{};
+  GetNameFromNodesJson(item, node);
+  int32 ret = GetIdFromNodesJson(item, node);
+  if (ret != 0) {
+    V2XLOG(&g_curTag, 2, "GetIdFromNodesJson return failed!");
+    return ret;
+  }
+  ret = GetRefPosFromNodesJson(item, node, &refPos);
+  if (ret != 0) {
+    V2XLOG(&g_curTag, 2, "GetRefPosFromNodesJson return failed!");
+    return ret;
+  }
+  // The node keeps the links read before a faulty one.
+  GetInLinksFromNodesJson(item, node, &refPos);
+  return 0;
+}
+
+// One link; upstream node, width and lanes decide, the rest only record codes.
+int32 readLink(cJSON* item, Link_t* link) {
+  GetNameFromLinkJson(item, link);
+  int32 ret = GetUpstreamNodeIdFromLinkJson(item, link);
+  if (ret != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_UPSTREAMNODEID);
+    V2XLOG(&g_curTag, 2, "GetUpstreamNodeIdFromLinkJson return failed!");
+    return ret;
+  }
+  GetSpeedLimitsFromJson(item, &link->speedLimits);
+  ret = GetLinkWidthFromLinkJson(item, link);
+  if (ret != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LINKWIDTH);
+    V2XLOG(&g_curTag, 2, "GetLinkWidthFromLinkJson return failed!");
+    return ret;
+  }
+  GetPointsFromJson(item, &link->points);
+  GetMovementsFromLinkJson(item, link);
+  ret = GetLanesFromLinkJson(item, link);
+  if (ret != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES);
+    V2XLOG(&g_curTag, 2, "GetLanesFromLinkJson return failed!");
+  }
+  return ret;
+}
+
+int32 readSpeedLimit(cJSON* item, RegulatorySpeedLimit_t* limit) {
+  const cJSON* type = cJSON_GetObjectItem(item, "type");
+  if (type == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
+    V2XLOG(&g_curTag, 2, "Get speedLimit->type item failed!");
+    return -3;
+  }
+  if (cJSON_IsString(type)) {
+    GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
+  } else if (cJSON_IsNumber(type)) {
+    limit->type = intView(type);  // the enumeration value as sent
+  }
+  const cJSON* speed = cJSON_GetObjectItem(item, "speed");
+  if (speed == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
+    V2XLOG(&g_curTag, 2, "Get speedLimit->speed item failed!");
+    return -5;
+  }
+  limit->speed = intView(speed);
+  if (Speed_constraint(nullptr, &limit->speed, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
+    V2XLOG(&g_curTag, 2, "error: speed out of range");
+    return -4;
+  }
+  return 0;
+}
+
+// One point as an absolute position: "lon", "lat" and the optional "ele".
+int32 readAbsolutePoint(cJSON* item, RoadPoint_t* point) {
+  point->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LatLon;
+  Position_LLmD_64b_t& ll = point->posOffset.offsetLL.choice.position_LatLon;
+  const cJSON* lon = cJSON_GetObjectItem(item, "lon");
+  if (lon == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LON);
+    V2XLOG(&g_curTag, 2, "Get points->lon item failed!");
+    return -4;
+  }
+  ll.lon = scaleTrunc(lon->valuedouble, kDegreeScale);
+  if (Longitude_constraint(nullptr, &ll.lon, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LON);
+    V2XLOG(&g_curTag, 2, "error: longitude out of range");
+    return -3;
+  }
+  const cJSON* lat = cJSON_GetObjectItem(item, "lat");
+  if (lat == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LAT);
+    V2XLOG(&g_curTag, 2, "Get points->lat item failed!");
+    return -6;
+  }
+  ll.lat = scaleTrunc(lat->valuedouble, kDegreeScale);
+  if (Latitude_constraint(nullptr, &ll.lat, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LAT);
+    V2XLOG(&g_curTag, 2, "error: latitude out of range");
+    return -5;
+  }
+  const cJSON* ele = cJSON_GetObjectItem(item, "ele");
+  if (ele == nullptr) return 0;
+  VerticalOffset_t* v = newRecord<VerticalOffset_t>();
+  if (v == nullptr) {
+    V2XLOG(&g_curTag, 2, "road_point->posOffset.offsetV calloc failed!");
+    return -8;
+  }
+  point->posOffset.offsetV = v;
+  v->present = VerticalOffset_PR_elevation;
+  v->choice.elevation = scaleTrunc(ele->valuedouble, kMetreScale);
+  if (Elevation_constraint(nullptr, &v->choice.elevation, nullptr, nullptr) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_ELE);
+    V2XLOG(&g_curTag, 2, "error: elevation out of range");
+    return -7;
+  }
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
 
+// ---------------------------------------------------------------- error code
+
+int32 v2xmapconv_SetErrorCode(int32 error_code) {
+  V2XLOG(&g_curTag, 7, "%s start", __func__);
+  int32 ret = 0;
+  if (error_code < ERROR_CODE_NONE || error_code >= ERROR_CODE_MAPDOWN_NUM) {
+    V2XLOG(&g_curTag, 2, "unknown error code %d refused", error_code);
+    ret = -2;
+  } else {
+    g_errorCode = static_cast<ErrorCode_MapDown>(error_code);
+  }
+  V2XLOG(&g_curTag, 7, "%s end ", __func__);
+  return ret;
+}
+
+int32 v2xmapconv_GetErrorCode(void) { return g_errorCode; }
+
+const char* v2xmapconv_GetErrorDesc(int32 error_code) {
+  if (error_code < ERROR_CODE_NONE || error_code >= ERROR_CODE_MAPDOWN_NUM) return "Unknown error";
+  return g_errorDescriptions[error_code];
+}
+
+// ---------------------------------------------------------------- envelope
+
+int32 GetMapSliceFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const char* text = nullptr;
+  if (json == nullptr || map_data == nullptr) {
+    ret = -2;
+  } else if ((text = textItem(json, "mapSlice")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get mapSlice error!");
+    ret = -3;
+  } else {
+    map_data->mapSlice = leadingNumberMod256(text);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetMapDwonAckFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (json == nullptr || map_data == nullptr) {
+    ret = -2;
+  } else {
+    const cJSON* item = cJSON_GetObjectItem(json, "ack");
+    if (item != nullptr) map_data->ack = cJSON_IsTrue(item);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetMapDwonSeqNumFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (json == nullptr || map_data == nullptr) {
+    ret = -2;
+  } else {
+    const char* text = textItem(json, "seqNum");
+    if (text != nullptr) copyText(map_data->seqNum, sizeof(map_data->seqNum), text);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetMapEtagFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const char* text = nullptr;
+  if (json == nullptr || map_data == nullptr) {
+    ret = -2;
+  } else if ((text = textItem(json, "eTag")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get eTag error!");
+    ret = -3;
+  } else {
+    copyText(map_data->eTag, sizeof(map_data->eTag), text);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- map, nodes
+
+int32 GetMapFromJson(cJSON* json, MapData* map) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* body = nullptr;
+  if (json == nullptr || map == nullptr) {
+    ret = -2;
+  } else if ((body = cJSON_GetObjectItem(json, "map")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Parse nodes error!");
+    ret = -3;
+  } else if ((ret = GetNodesFromJson(body, map)) != 0) {
+    V2XLOG(&g_curTag, 2, "GetNodesFromJson return failed!");
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNodesFromJson(cJSON* json, MapData* map) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* nodes = nullptr;
+  if (json == nullptr || map == nullptr) {
+    ret = -2;
+  } else if ((nodes = cJSON_GetObjectItem(json, "nodes")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Parse nodes error!");
+    ret = -3;
+  } else {
+    int count = cJSON_GetArraySize(nodes);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(nodes, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get nodes item error,nodes_count:%d", count);
+        ret = -2;
+        break;
+      }
+      Node_t* node = newRecord<Node_t>();
+      if (node == nullptr) {
+        V2XLOG(&g_curTag, 2, "node calloc failed!");
+        ret = -2;
+        break;
+      }
+      if ((ret = readNode(item, node)) == 0 && asn_set_add(&map->nodes.list, node) != 0) {
+        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD failed!");
+        ret = -4;
+      }
+      if (ret != 0) dropRecord(asn_DEF_Node, node);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNameFromNodesJson(cJSON* json, Node* node) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || node == nullptr) ? -2 : readName(json, &node->name, "node");
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetIdFromNodesJson(cJSON* json, Node* node) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* id = nullptr;
+  if (json == nullptr || node == nullptr) {
+    ret = -2;
+  } else if ((id = cJSON_GetObjectItem(json, "id")) == nullptr) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_ID);
+    V2XLOG(&g_curTag, 2, "Get id item failed!");
+    ret = -3;
+  } else {
+    // A reference without its own "id" keeps 0; the node is still read.
+    GetNodeReferenceIDFromJson(id, &node->id);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNodeReferenceIDFromJson(cJSON* json, NodeReferenceID* id) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (json == nullptr || id == nullptr) {
+    ret = -2;
+  } else {
+    const cJSON* region = cJSON_GetObjectItem(json, "region");
+    if (region != nullptr) {
+      if (id->region == nullptr) id->region = newRecord<RoadRegulatorID_t>();
+      if (id->region == nullptr) {
+        V2XLOG(&g_curTag, 2, "id->region calloc failed");
+        ret = -2;
+      } else {
+        *id->region = intView(region);
+      }
+    }
+    if (ret == 0) {
+      const cJSON* value = cJSON_GetObjectItem(json, "id");
+      if (value != nullptr) {
+        id->id = intView(value);
+      } else {
+        V2XLOG(&g_curTag, 2, "Get id->id item failed!");
+        ret = -3;
+      }
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetRefPosFromNodesJson(cJSON* json, Node* node, c_pos3D* refPos) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = json == nullptr || node == nullptr || refPos == nullptr ? -2 : readRefPos(json, node, refPos);
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- links
+
+int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
+  V2XLOG_START(&g_curTag);
+  // The node's position is carried for relative point lists; the link and
+  // lane points are read as absolute positions.
+  (void)refPos;
+  int32 ret = 0;
+  cJSON* links = nullptr;
+  if (json == nullptr || node == nullptr) {
+    ret = -2;
+  } else if ((links = cJSON_GetObjectItem(json, "inLinks")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get inLinks item failed!");
+    ret = -3;
+  } else if (node->inLinks == nullptr && (node->inLinks = newRecord<LinkList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
+    ret = -2;
+  } else {
+    int count = cJSON_GetArraySize(links);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(links, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get links item error,links_count:%d", count);
+        ret = -2;
+        break;
+      }
+      Link_t* link = newRecord<Link_t>();
+      if (link == nullptr) {
+        V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
+        ret = -2;
+        break;
+      }
+      if ((ret = readLink(item, link)) == 0 && asn_set_add(&node->inLinks->list, link) != 0) {
+        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+        ret = -4;
+      }
+      // A dropped link ends the node's list; the links before it stay.
+      if (ret != 0) dropRecord(asn_DEF_Link, link);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNameFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || link == nullptr) ? -2 : readName(json, &link->name, "link");
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* upstream = nullptr;
+  if (json == nullptr || link == nullptr) {
+    ret = -2;
+  } else if ((upstream = cJSON_GetObjectItem(json, "upstreamNodeId")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get link->upstreamNodeId item failed!");
+    ret = -3;
+  } else {
+    GetNodeReferenceIDFromJson(upstream, &link->upstreamNodeId);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* limits = nullptr;
+  if (json == nullptr || speedLimits == nullptr) {
+    ret = -2;
+  } else if ((limits = cJSON_GetObjectItem(json, "speedLimits")) == nullptr) {
+    ret = 0;
+  } else if (*speedLimits == nullptr && (*speedLimits = newRecord<SpeedLimitList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "speedLimits calloc failed!");
+    ret = -9;
+  } else {
+    int count = cJSON_GetArraySize(limits);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(limits, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get speedLimits item error,speedLimits_count:%d", count);
+        ret = -8;
+        break;
+      }
+      RegulatorySpeedLimit_t* limit = newRecord<RegulatorySpeedLimit_t>();
+      if (limit == nullptr) {
+        V2XLOG(&g_curTag, 2, "speedLimit calloc failed!");
+        ret = -6;
+        break;
+      }
+      if ((ret = readSpeedLimit(item, limit)) == 0 && asn_set_add(&(*speedLimits)->list, limit) != 0) {
+        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+        ret = -7;
+      }
+      if (ret != 0) dropRecord(asn_DEF_RegulatorySpeedLimit, limit);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetSpeedLimitsTypeFromStr(const char* typeStr, long* type) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (typeStr == nullptr || type == nullptr) {
+    ret = -2;
+  } else if (std::strcmp(typeStr, "vehicleMaxSpeed") == 0) {
+    *type = SpeedLimitType_vehicleMaxSpeed;
+  } else if (std::strcmp(typeStr, "truckMaxSpeed") == 0) {
+    *type = SpeedLimitType_truckMaxSpeed;
+  } else {
+    *type = SpeedLimitType_unknown;
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLinkWidthFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* width = nullptr;
+  if (json == nullptr || link == nullptr) {
+    ret = -2;
+  } else if ((width = cJSON_GetObjectItem(json, "linkWidth")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get link->linkWidth item failed!");
+    ret = -3;
+  } else {
+    link->linkWidth = intView(width);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* movements = nullptr;
+  if (json == nullptr || link == nullptr) {
+    ret = -2;
+  } else if ((movements = cJSON_GetObjectItem(json, "movements")) == nullptr) {
+    ret = 0;
+  } else if (link->movements == nullptr && (link->movements = newRecord<MovementList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "link->movements calloc failed!");
+    ret = -2;
+  } else {
+    int count = cJSON_GetArraySize(movements);
+    for (int i = 0; i < count; ++i) {
+      cJSON* item = cJSON_GetArrayItem(movements, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get movements item error,movements_count:%d", count);
+        ret = -2;
+        break;
+      }
+      Movement_t* movement = newRecord<Movement_t>();
+      if (movement == nullptr) {
+        V2XLOG(&g_curTag, 2, "movement calloc failed!");
+        ret = -2;
+        break;
+      }
+      GetRemoteIntersectionFromMovementJson(item, movement);
+      GetPhaseIdFromMovementJson(item, movement);
+      if (asn_set_add(&link->movements->list, movement) != 0) {
+        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+        dropRecord(asn_DEF_Movement, movement);
+        ret = -4;
+        break;
+      }
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetRemoteIntersectionFromMovementJson(cJSON* json, Movement* movement) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* remote = nullptr;
+  if (json == nullptr || movement == nullptr) {
+    ret = -2;
+  } else if ((remote = cJSON_GetObjectItem(json, "remoteIntersection")) == nullptr) {
+    // The message names another key; log readers know it by this text.
+    V2XLOG(&g_curTag, 2, "Get link->upstreamNodeId item failed!");
+    ret = -3;
+  } else {
+    GetNodeReferenceIDFromJson(remote, &movement->remoteIntersection);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* phase = nullptr;
+  if (json == nullptr || movement == nullptr) {
+    ret = -2;
+  } else if ((phase = cJSON_GetObjectItem(json, "phaseId")) == nullptr) {
+    ret = 0;
+  } else if (movement->phaseId == nullptr && (movement->phaseId = newRecord<PhaseID_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "movement->phaseId calloc failed!");
+    ret = -4;
+  } else {
+    // An out-of-range phase is kept as sent; only the code tells the cloud.
+    *movement->phaseId = intView(phase);
+    if (PhaseID_constraint(nullptr, movement->phaseId, nullptr, nullptr) != 0) {
+      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_MOVEMENTS_PHASEID);
+      V2XLOG(&g_curTag, 2, "error: phaseId out of range");
+      ret = -3;
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetTimeStampFromJson(cJSON* json, MapData* map) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* stamp = nullptr;
+  if (json == nullptr || map == nullptr) {
+    ret = -2;
+  } else if ((stamp = cJSON_GetObjectItem(json, "timeStamp")) == nullptr) {
+    ret = 0;
+  } else if (map->timeStamp == nullptr && (map->timeStamp = newRecord<MinuteOfTheYear_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "timeStamp calloc failed!");
+    ret = -2;
+  } else {
+    *map->timeStamp = scaleTrunc(stamp->valuedouble, 1.0);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- lanes
+
+int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* lanes = nullptr;
+  if (json == nullptr || link == nullptr) {
+    ret = -2;
+  } else if ((lanes = cJSON_GetObjectItem(json, "lanes")) == nullptr) {
+    ret = 0;
+  } else {
+    int count = cJSON_GetArraySize(lanes);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(lanes, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get lanes item error,lanes_count:%d", count);
+        ret = -2;
+        break;
+      }
+      Lane_t* lan = newRecord<Lane_t>();
+      if (lan == nullptr) {
+        V2XLOG(&g_curTag, 2, "lan calloc failed!");
+        ret = -2;
+        break;
+      }
+      if ((ret = GetLaneIdFromLaneJson(item, lan)) != 0) {
+        // The link reader records its own code over this one.
+        v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_LANEID);
+        V2XLOG(&g_curTag, 2, "GetLanesFromLinkJson return failed!");
+      } else {
+        // Everything else in a lane only records a code; the lane is kept.
+        GetLaneWidthFromLaneJson(item, lan);
+        GetLaneAttributesFromLaneJson(item, lan);
+        GetManeuversFromJson(item, &lan->maneuvers);
+        GetConnectsToFromLaneJson(item, lan);
+        GetSpeedLimitsFromJson(item, &lan->speedLimits);
+        GetPointsFromJson(item, &lan->points);
+        if (asn_set_add(&link->lanes.list, lan) != 0) {
+          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+          ret = -4;
+        }
+      }
+      if (ret != 0) dropRecord(asn_DEF_Lane, lan);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneIdFromLaneJson(cJSON* json, Lane* lan) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* id = nullptr;
+  if (json == nullptr || lan == nullptr) {
+    ret = -2;
+  } else if ((id = cJSON_GetObjectItem(json, "laneId")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get lan->laneID item error");
+    ret = -2;
+  } else {
+    lan->laneID = intView(id);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneWidthFromLaneJson(cJSON* json, Lane* lan) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* width = nullptr;
+  if (json == nullptr || lan == nullptr) {
+    ret = -2;
+  } else if ((width = cJSON_GetObjectItem(json, "laneWidth")) == nullptr) {
+    ret = 0;
+  } else if (lan->laneWidth == nullptr && (lan->laneWidth = newRecord<LaneWidth_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "lan->laneWidth calloc failed!");
+    ret = -4;
+  } else {
+    *lan->laneWidth = intView(width);
+    if (LaneWidth_constraint(nullptr, lan->laneWidth, nullptr, nullptr) != 0) {
+      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_LANEWIDTH);
+      V2XLOG(&g_curTag, 2, "error: laneWidth out of range");
+      ret = -3;
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneAttributesFromLaneJson(cJSON* json, Lane* lan) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* attributes = nullptr;
+  if (json == nullptr || lan == nullptr) {
+    ret = -2;
+  } else if ((attributes = cJSON_GetObjectItem(json, "laneAttributes")) == nullptr) {
+    ret = 0;
+  } else if (lan->laneAttributes == nullptr && (lan->laneAttributes = newRecord<LaneAttributes_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "lan->laneAttributes calloc failed!");
+    ret = -2;
+  } else {
+    GetShareWithFromLaneAttributesJson(attributes, lan->laneAttributes);
+    GetLaneTypeFromLaneAttributesJson(attributes, lan->laneAttributes);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetShareWithFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttributes) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* share = nullptr;
+  if (json == nullptr || laneAttributes == nullptr) {
+    ret = -2;
+  } else if ((share = cJSON_GetObjectItem(json, "shareWith")) != nullptr && laneAttributes->shareWith == nullptr) {
+    // The number is the string's whole 16-bit value, not shifted into the 10 bits.
+    newBitString(intView(share), 10, &laneAttributes->shareWith);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttributes) {
+  V2XLOG_START(&g_curTag);
+  struct LaneTypeKey {
+    const char* key;
+    LaneTypeAttributes_PR present;
+    int8 bits;
+  };
+  // Looked up in this order; the first key present decides.
+  static const LaneTypeKey kKeys[] = {
+      {"vehicle", LaneTypeAttributes_PR_vehicle, 8},
+      {"crosswalk", LaneTypeAttributes_PR_crosswalk, 16},
+      {"bikeLane", LaneTypeAttributes_PR_bikeLane, 16},
+      {"sidewalk", LaneTypeAttributes_PR_sidewalk, 16},
+      {"median", LaneTypeAttributes_PR_median, 16},
+      {"striping", LaneTypeAttributes_PR_striping, 16},
+      {"trackedVehicle", LaneTypeAttributes_PR_trackedVehicle, 16},
+      {"parking", LaneTypeAttributes_PR_parking, 16},
+  };
+  int32 ret = 0;
+  cJSON* type = nullptr;
+  if (json == nullptr || laneAttributes == nullptr) {
+    ret = -2;
+  } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get laneAttributes->laneType item error");
+    ret = -2;
+  } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
+    LaneTypeAttributes_t& lt = laneAttributes->laneType;
+    for (const LaneTypeKey& k : kKeys) {
+      const cJSON* value = cJSON_GetObjectItem(type, k.key);
+      if (value == nullptr) continue;
+      // Every alternative is a bit string; pick the member that belongs to it.
+      BIT_STRING_t* bs = nullptr;
+      switch (k.present) {
+        case LaneTypeAttributes_PR_vehicle: bs = &lt.choice.vehicle; break;
+        case LaneTypeAttributes_PR_crosswalk: bs = &lt.choice.crosswalk; break;
+        case LaneTypeAttributes_PR_bikeLane: bs = &lt.choice.bikeLane; break;
+        case LaneTypeAttributes_PR_sidewalk: bs = &lt.choice.sidewalk; break;
+        case LaneTypeAttributes_PR_median: bs = &lt.choice.median; break;
+        case LaneTypeAttributes_PR_striping: bs = &lt.choice.striping; break;
+        case LaneTypeAttributes_PR_trackedVehicle: bs = &lt.choice.trackedVehicle; break;
+        case LaneTypeAttributes_PR_parking: bs = &lt.choice.parking; break;
+        default: break;
+      }
+      if (bs == nullptr) break;
+      int64 v = intView(value);
+      v2xcodec_long2BitString(&v, k.bits, bs);
+      lt.present = k.present;
+      break;
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAttributes) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* type = nullptr;
+  if (json == nullptr || laneAttributes == nullptr) {
+    ret = -2;
+  } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get laneAttributes->laneType item error");
+    ret = -2;
+  } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
+    int64 v = 0;
+    if (cJSON_IsString(type) && type->valuestring != nullptr) {
+      v = static_cast<int64>(std::strtol(type->valuestring, nullptr, 10));
+    } else {
+      v = intView(type);
+    }
+    v2xcodec_long2BitString(&v, 8, &laneAttributes->laneType.choice.vehicle);
+    laneAttributes->laneType.present = LaneTypeAttributes_PR_vehicle;
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* value = nullptr;
+  if (json == nullptr || maneuver == nullptr) {
+    ret = -2;
+  } else if ((value = cJSON_GetObjectItem(json, "maneuvers")) == nullptr || *maneuver != nullptr) {
+    ret = 0;
+  } else {
+    // The cloud sends the 12 maneuver bits as written; they fill the string
+    // from its first bit once moved past the 4 padding bits.
+    int32 shifted = static_cast<int32>(static_cast<uint32>(value->valueint) << 4);
+    if (newBitString(shifted, 12, maneuver) != 0) {
+      V2XLOG(&g_curTag, 2, "maneuver calloc failed!");
+      ret = -2;
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* connects = nullptr;
+  if (json == nullptr || lan == nullptr) {
+    ret = -2;
+  } else if ((connects = cJSON_GetObjectItem(json, "connectsTo")) == nullptr) {
+    ret = 0;
+  } else if (lan->connectsTo == nullptr && (lan->connectsTo = newRecord<ConnectsToList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "lan->connectsTo calloc failed!");
+    ret = -2;
+  } else {
+    int count = cJSON_GetArraySize(connects);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(connects, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get connection item error,ConnectsTo_count:%d", count);
+        ret = -2;
+        break;
+      }
+      Connection_t* connt = newRecord<Connection_t>();
+      if (connt == nullptr) {
+        V2XLOG(&g_curTag, 2, "connection calloc failed!");
+        ret = -2;
+        break;
+      }
+      if ((ret = GetRemoteIntersectionFromConnectionJson(item, connt)) != 0) {
+        V2XLOG(&g_curTag, 2, "GetRemoteIntersectionFromConnectionJson return failed!");
+      } else {
+        GetConnectingLaneFromConnectionJson(item, connt);
+        GetPhaseIdFromConnectionJson(item, connt);
+        if (asn_set_add(&lan->connectsTo->list, connt) != 0) {
+          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+          ret = -4;
+        }
+      }
+      // A connection without its remote intersection ends the list; the lane stays.
+      if (ret != 0) dropRecord(asn_DEF_Connection, connt);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetRemoteIntersectionFromConnectionJson(cJSON* json, Connection* connt) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* remote = nullptr;
+  if (json == nullptr || connt == nullptr) {
+    ret = -2;
+  } else if ((remote = cJSON_GetObjectItem(json, "remoteIntersection")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get remoteIntersection item failed!");
+    ret = -3;
+  } else {
+    GetNodeReferenceIDFromJson(remote, &connt->remoteIntersection);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetConnectingLaneFromConnectionJson(cJSON* json, Connection* connt) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* lane = nullptr;
+  if (json == nullptr || connt == nullptr) {
+    ret = -2;
+  } else if ((lane = cJSON_GetObjectItem(json, "connectingLane")) == nullptr) {
+    ret = 0;
+  } else if (connt->connectingLane == nullptr && (connt->connectingLane = newRecord<ConnectingLane_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "connt->connectingLane calloc failed!");
+    ret = -2;
+  } else if ((ret = GetLaneIdFromConnectingLaneJson(lane, connt->connectingLane)) != 0) {
+    V2XLOG(&g_curTag, 2, "GetLaneIdFromConnectingLaneJson return failed!");
+  } else {
+    GetManeuversFromJson(lane, &connt->connectingLane->maneuver);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLaneIdFromConnectingLaneJson(cJSON* json, ConnectingLane* connt_lane) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* id = nullptr;
+  if (json == nullptr || connt_lane == nullptr) {
+    ret = -2;
+  } else if ((id = cJSON_GetObjectItem(json, "laneId")) == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get laneId item failed!");
+    ret = -3;
+  } else {
+    connt_lane->lane = intView(id);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetPhaseIdFromConnectionJson(cJSON* json, Connection* connt) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  const cJSON* phase = nullptr;
+  if (json == nullptr || connt == nullptr) {
+    ret = -2;
+  } else if ((phase = cJSON_GetObjectItem(json, "phaseId")) == nullptr) {
+    ret = 0;
+  } else if (connt->phaseId == nullptr && (connt->phaseId = newRecord<PhaseID_t>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "connt->phaseId calloc failed!");
+    ret = -4;
+  } else {
+    *connt->phaseId = intView(phase);
+    if (PhaseID_constraint(nullptr, connt->phaseId, nullptr, nullptr) != 0) {
+      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID);
+      V2XLOG(&g_curTag, 2, "error: phaseId out of range");
+      ret = -3;
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 Bitstring2Hex(int64* num, const char* bitstr) {
+  V2XLOG(&g_curTag, 7, "%s start", __func__);
+  if (num != nullptr && bitstr != nullptr) {
+    // Unsigned arithmetic: a long text wraps instead of overflowing.
+    uint64 value = static_cast<uint64>(*num);
+    for (const char* p = bitstr; *p != '\0'; ++p) value = value * 2u + (*p == '1' ? 1u : 0u);
+    *num = static_cast<int64>(value);
+  }
+  V2XLOG(&g_curTag, 7, "%s end", __func__);
+  return 0;
+}
+
+// ---------------------------------------------------------------- points
+
+int32 GetPointsFromJson(cJSON* json, PointList** points) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* list = nullptr;
+  if (json == nullptr || points == nullptr) {
+    ret = -2;
+  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr) {
+    ret = 0;
+  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
+    ret = -12;
+  } else {
+    int count = cJSON_GetArraySize(list);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(list, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
+        ret = -11;
+        break;
+      }
+      RoadPoint_t* point = newRecord<RoadPoint_t>();
+      if (point == nullptr) {
+        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
+        ret = -9;
+        break;
+      }
+      if ((ret = readAbsolutePoint(item, point)) == 0 && asn_set_add(&(*points)->list, point) != 0) {
+        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+        ret = -10;
+      }
+      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* refPos) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* list = nullptr;
+  if (json == nullptr || points == nullptr || refPos == nullptr) {
+    ret = -2;
+  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr || cJSON_IsNull(list)) {
+    ret = 0;
+  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
+    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
+    ret = -2;
+  } else {
+    int count = cJSON_GetArraySize(list);
+    for (int i = 0; i < count && ret == 0; ++i) {
+      cJSON* item = cJSON_GetArrayItem(list, i);
+      if (item == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
+        ret = -2;
+        break;
+      }
+      RoadPoint_t* point = newRecord<RoadPoint_t>();
+      if (point == nullptr) {
+        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
+        ret = -2;
+        break;
+      }
+      c_pos3D_t pos{};
+      pos.posIsValid = true;
+      const cJSON* lon = cJSON_GetObjectItem(item, "lon");
+      const cJSON* lat = cJSON_GetObjectItem(item, "lat");
+      const cJSON* ele = cJSON_GetObjectItem(item, "ele");
+      if (lon == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get points->lon item failed!");
+        ret = -3;
+      } else if (lat == nullptr) {
+        V2XLOG(&g_curTag, 2, "Get points->lat item failed!");
+        ret = -3;
+      } else {
+        pos.lon = lon->valuedouble;
+        pos.lat = lat->valuedouble;
+        pos.elevIsValid = ele != nullptr;
+        if (ele != nullptr) pos.elevation = ele->valuedouble;
+        setPosOffsetLLV(&pos, refPos, &point->posOffset);
+        if (asn_set_add(&(*points)->list, point) != 0) {
+          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
+          ret = -4;
+        }
+      }
+      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
+    }
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- entry point
+
 int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_data) {
-  if (map_json == nullptr || map_data == nullptr) return -2;
-  V2XLOG(&g_curTag, 2, "map download not available in this build");
+  V2XLOG_START(&g_curTag);
+  int32 ret = -1;
+  if (map_json == nullptr || map_data == nullptr) {
+    ret = -2;
+    V2XLOG_END(&g_curTag, ret);
+    return ret;
+  }
+  v2xmapconv_SetErrorCode(ERROR_CODE_NONE);
+  cJSON* root = cJSON_Parse(map_json);
+  if (root == nullptr) {
+    V2XLOG(&g_curTag, 2, "cJSON_Parse Error!");
+    ret = -2;
+    V2XLOG_END(&g_curTag, ret);
+    return ret;
+  }
+  map_conv_config_t* cfg = nullptr;
+  GetMapSliceFromJson(root, map_data);
+  GetMapDwonAckFromJson(root, map_data);
+  GetMapDwonSeqNumFromJson(root, map_data);
+  if ((ret = GetMapEtagFromJson(root, map_data)) != 0) {
+    v2xmapconv_SetErrorCode(ERROR_CODE_ETAG);
+    V2XLOG(&g_curTag, 2, "GetMapEtagFromJson return failed!");
+  } else if ((ret = v2xmapconv_GetCfgData(&cfg)) != 0 || cfg == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get config failed!");
+    if (ret == 0) ret = -1;
+  } else if (std::strncmp(map_data->eTag, cfg->m_eTag, sizeof(cfg->m_eTag)) == 0) {
+    V2XLOG(&g_curTag, 4, "The etag of map is consistent, no need to update map! ");
+    ret = MAP_CONV_ETAG_UNCHANGED;
+  } else {
+    if (map_data->mapSlice == 1) V2XLOG(&g_curTag, 4, "Recv MAP end, the eTag is: %s]", map_data->eTag);
+    // The frame comes from the caller with the map choice; anything else is
+    // not ours to fill (and would not be released as a map).
+    MessageFrame_t* frame = map_data->map;
+    if (frame != nullptr && frame->present == MessageFrame_PR_NOTHING) frame->present = MessageFrame_PR_mapFrame;
+    MapData_t* map =
+        (frame != nullptr && frame->present == MessageFrame_PR_mapFrame) ? &frame->choice.mapFrame : nullptr;
+    if ((ret = GetMapFromJson(root, map)) != 0) V2XLOG(&g_curTag, 2, "GetMapFromJson return failed!");
+  }
+  cJSON_Delete(root);
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- acknowledgement
+
+int32 v2xmapconv_MapDownAckBuild(const v2xcloud_map_data_t* map_data, char* text, uint32 size) {
+  if (map_data == nullptr || text == nullptr || size == 0) return -2;
+  cJSON* ack = cJSON_CreateObject();
+  if (ack == nullptr) {
+    V2XLOG(&g_curTag, 2, "cJSON_Parse Error!");
+    return -2;
+  }
+  char seqNum[sizeof(map_data->seqNum)];
+  copyText(seqNum, sizeof(seqNum), map_data->seqNum);
+  cJSON_AddStringToObject(ack, "seqNum", seqNum);
+  if (g_errorCode != ERROR_CODE_NONE) {
+    // The cloud reads the code from its text; the number only says "failed".
+    cJSON_AddNumberToObject(ack, "errorCode", 1);
+    cJSON_AddStringToObject(ack, "errorDesc", v2xmapconv_GetErrorDesc(g_errorCode));
+  }
+  int32 ret = -3;
+  char* printed = cJSON_PrintUnformatted(ack);
+  if (printed != nullptr) {
+    size_t len = std::strlen(printed);
+    if (len < size) {
+      std::memcpy(text, printed, len + 1);
+      ret = static_cast<int32>(len);
+    }
+    cJSON_free(printed);
+  }
+  cJSON_Delete(ack);
+  if (ret < 0) V2XLOG(&g_curTag, 2, "acknowledgement text does not fit in %u bytes", size);
+  return ret;
+}
+
+int32 v2xmapconv_MapDownAckToCloud(v2xcloud_map_data_t* map_data) {
+  V2XLOG(&g_curTag, 7, "%s start ", __func__);
+  if (map_data == nullptr) return -2;
+  char text[512];
+  int32 len = v2xmapconv_MapDownAckBuild(map_data, text, sizeof(text));
+  if (len == -2) return -2;
+  if (len < 0) return -1;
+  v2xcloud_comm_ddsinfo_t* ddsinfo = v2xmapconv_GetddsInfo();
+  if (ddsinfo != nullptr && ddsinfo->mp_map_down_ack_topic != nullptr) {
+    v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_down_ack_topic, text, static_cast<unsigned int>(len));
+  } else {
+    V2XLOG(&g_curTag, 2, "Get ddsinfo failed!");
+  }
   return -1;
+}
+
+// ---------------------------------------------------------------- storage
+
+int32 delete_directory(const char* path) {
+  V2XLOG(&g_curTag, 7, "%s start ", __func__);
+  if (path == nullptr) return -2;
+  DIR* dir = opendir(path);
+  if (dir == nullptr) {
+    V2XLOG(&g_curTag, 7, "open dir:%s failed!", path);
+    return -1;
+  }
+  char entryPath[PATH_MAX];
+  for (struct dirent* entry = readdir(dir); entry != nullptr; entry = readdir(dir)) {
+    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+    int n = std::snprintf(entryPath, sizeof(entryPath), "%s/%s", path, entry->d_name);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(entryPath)) {
+      // A cut path names another file: leave the entry alone.
+      V2XLOG(&g_curTag, 3, "path of %s in %s too long, kept", entry->d_name, path);
+      continue;
+    }
+    bool isDir = entry->d_type == DT_DIR;
+    if (entry->d_type == DT_UNKNOWN) {
+      // Some file systems do not report the type; ask, without following links.
+      struct stat st {};
+      isDir = lstat(entryPath, &st) == 0 && S_ISDIR(st.st_mode);
+    }
+    if (isDir) {
+      delete_directory(entryPath);
+      rmdir(entryPath);
+    } else {
+      unlink(entryPath);
+    }
+  }
+  closedir(dir);
+  return 0;
 }
 
 int32 v2xmapconv_WriteMapDataToCfg(v2xcloud_map_data_t* map_data, v2xipc_mapRefresh_t* refresh) {
-  if (map_data == nullptr || refresh == nullptr) return -2;
-  return -1;
-}
+  V2XLOG(&g_curTag, 7, "%s start ", __func__);
+  if (map_data == nullptr) return -2;
+  map_conv_config_t* cfg = nullptr;
+  int32 ret = v2xmapconv_GetCfgData(&cfg);
+  if (ret != 0 || cfg == nullptr) {
+    V2XLOG(&g_curTag, 2, "Get config failed!");
+    return ret != 0 ? ret : -1;
+  }
+  char eTag[sizeof(map_data->eTag)];
+  copyText(eTag, sizeof(eTag), map_data->eTag);
+  // Slices of the map completed last in this run are not stored again.
+  if (std::strncmp(eTag, cur_eTag, std::strlen(eTag)) == 0) return 0;
 
-int32 v2xmapconv_SetErrorCode(int32 error_code) {
-  (void)error_code;
-  return 0;
-}
+  // Without a configured directory there is no file to write; an empty setting
+  // would otherwise name the working directory itself.
+  char* dataDir = nullptr;
+  if (cfg->m_MapDataDir[0] != '\0') v2xmapconv_GetMapDataDir(cfg->m_MapDataDir, &dataDir);
+  if (dataDir != nullptr && dataDir[0] != '\0') {
+    if (del_map_dir_flag) {
+      delete_directory(dataDir);
+      del_map_dir_flag = false;
+    }
+    uint8 fileId = static_cast<uint8>(map_data->mapSlice - 1);
+    if (refresh != nullptr) refresh->m_mapFileID = fileId;
+    char mapPath[300];
+    char recordPath[300];
+    int n1 = std::snprintf(mapPath, sizeof(mapPath), "%s/%s%d", dataDir, cfg->m_MapFilename, fileId);
+    int n2 = std::snprintf(recordPath, sizeof(recordPath), "%s/%s%d", dataDir, cfg->m_MapCfgname, fileId);
+    if (n1 < 0 || n2 < 0 || static_cast<size_t>(n1) >= sizeof(mapPath) ||
+        static_cast<size_t>(n2) >= sizeof(recordPath)) {
+      V2XLOG(&g_curTag, 2, "map file path too long in %s", dataDir);
+      return -3;
+    }
 
-int32 v2xmapconv_MapDownAckToCloud(v2xcloud_map_data_t* map_data) { return map_data == nullptr ? -2 : -1; }
+    uint8 encoded[MAP_CONV_UPER_BUF_SIZE];
+    uint32 encodedLen = sizeof(encoded);
+    ret = v2xapp_GBMapUperEncode(map_data->map, encoded, &encodedLen);
+    if (ret != 0) {
+      V2XLOG(&g_curTag, 2, "v2xapp_GBMapUperEncode error ret=%d ", ret);
+      return ret;
+    }
+    if (encodedLen > sizeof(encoded)) {
+      // Never a cut file: the slice is refused as a whole.
+      V2XLOG(&g_curTag, 2, "encoded map of %u bytes does not fit in %zu bytes", encodedLen, sizeof(encoded));
+      return -5;
+    }
+    ret = v2xpub_WriteFileData(mapPath, encoded, encodedLen);
+    if (ret != 0) {
+      V2XLOG(&g_curTag, 2, "v2xpub_WriteFileData error ret=%d ", ret);
+      return ret;
+    }
+    V2XLOG(&g_curTag, 4, "save generate file to %s SUCCESS", mapPath);
+
+    unsigned char digest[16] = {};
+#if defined(MBEDTLS_VERSION_NUMBER) && MBEDTLS_VERSION_NUMBER >= 0x03000000
+    int md5ret = mbedtls_md5(encoded, encodedLen, digest);
+#else
+    int md5ret = mbedtls_md5_ret(encoded, encodedLen, digest);
+#endif
+    if (md5ret != 0) {
+      V2XLOG(&g_curTag, 2, "mbedtls md5 error ret=%d ", md5ret);
+      return -6;
+    }
+    if (refresh != nullptr) std::memcpy(refresh->m_CheckSum, digest, sizeof(digest));
+    char md5Text[64] = {};
+    for (size_t i = 0; i < sizeof(digest); ++i) std::snprintf(md5Text + 2 * i, 3, "%02x", digest[i]);
+    ret = v2xmapconv_WriteMapCfg(recordPath, eTag, md5Text, &g_last_mapdown_timestamp);
+    if (ret != 0) {
+      V2XLOG(&g_curTag, 2, "v2xmapconv_WriteMapCfg error ret=%d ", ret);
+      return ret;
+    }
+  }
+
+  // Slice 1 completes the map: remember it here and in the configuration, and
+  // let the next map start in an empty directory.
+  if (map_data->mapSlice == 1) {
+    copyText(cur_eTag, sizeof(cur_eTag), eTag);
+    del_map_dir_flag = true;
+    copyText(cfg->m_eTag, sizeof(cfg->m_eTag), eTag);
+    ret = v2xmapconv_SetCfgData(cfg);
+    if (ret != 0) {
+      V2XLOG(&g_curTag, 2, "Set MAP config failed!");
+      return ret;
+    }
+  }
+  return ret;
+}
 
 int32 v2xmapconv_GetMapDownLastTimestamp(uint64* timeStamp) {
-  if (timeStamp == nullptr) return -2;
-  *timeStamp = g_last_mapdown_timestamp;
-  return 0;
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (timeStamp == nullptr) {
+    V2XLOG(&g_curTag, 2, "input param error");
+    ret = -2;
+  } else {
+    *timeStamp = g_last_mapdown_timestamp;
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+void v2xmapconv_MapDownResetForTest(void) {
+  g_errorCode = ERROR_CODE_NONE;
+  std::memset(cur_eTag, 0, sizeof(cur_eTag));
+  del_map_dir_flag = true;
+  g_last_mapdown_timestamp = 0;
 }
 
 }  // extern "C"

@@ -1,0 +1,355 @@
+// The map-down reader: how far each fault reaches, the code it leaves, and the
+// values (scaling, bit strings, enumerations) that end up in the map.
+#include <cjson/cJSON.h>
+
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "mapdown_fixture.h"
+#include "v2xapp_commoncodec.h"
+
+namespace mapdown_test {
+namespace {
+
+Node_t* nodeAt(MapData_t& m, int n) { return n < m.nodes.list.count ? m.nodes.list.array[n] : nullptr; }
+Link_t* linkAt(MapData_t& m, int n, int l) {
+  Node_t* node = nodeAt(m, n);
+  return node != nullptr && node->inLinks != nullptr && l < node->inLinks->list.count ? node->inLinks->list.array[l]
+                                                                                      : nullptr;
+}
+Lane_t* laneAt(MapData_t& m) {
+  Link_t* link = linkAt(m, 0, 0);
+  return link != nullptr && link->lanes.list.count > 0 ? link->lanes.list.array[0] : nullptr;
+}
+int linkCount(MapData_t& m, int n) {
+  Node_t* node = nodeAt(m, n);
+  return node == nullptr || node->inLinks == nullptr ? -1 : node->inLinks->list.count;
+}
+
+const char* kLink = R"({"upstreamNodeId":{"id":8},"linkWidth":700})";
+const char* kNode2 = R"({"id":{"id":9},"refPos":{"lon":121.17,"lat":31.29}})";
+
+std::string twoNodes(const std::string& node1, const std::string& node2) {
+  return R"({"eTag":"e1","map":{"nodes":[)" + node1 + "," + node2 + "]}}";
+}
+std::string nodeWithPos(const std::string& refPos) { return R"({"id":{"id":7},"refPos":)" + refPos + "}"; }
+
+struct ReachCase {
+  const char* name;
+  std::string doc;
+  int32 ret;
+  int32 code;
+  const char* log;                                  // a line the fault must leave, or nullptr
+  std::function<void(MapData_t&)> check = nullptr;  // what is left in the map
+};
+
+class ReachTest : public MapDownTest, public ::testing::WithParamInterface<ReachCase> {};
+
+TEST_P(ReachTest, ResultCodeAndWhatIsKept) {
+  const ReachCase& c = GetParam();
+  v2xmapconv_SetErrorCode(ERROR_CODE_SET_MAP_CFG);  // a previous document's code never survives
+  EXPECT_EQ(read(c.doc), c.ret);
+  EXPECT_EQ(v2xmapconv_GetErrorCode(), c.code);
+  if (c.log != nullptr) {
+    EXPECT_NE(logText().find(c.log), std::string::npos) << c.log;
+  }
+  if (c.check) c.check(frame_.map());
+}
+
+const std::string kLanes1 = R"([{"laneId":1}])";
+
+INSTANTIATE_TEST_SUITE_P(
+    MapDown, ReachTest,
+    ::testing::Values(
+        ReachCase{"not_json", "{\"eTag\":", -2, 0, "cJSON_Parse Error!"},
+        ReachCase{"etag_absent", R"({"mapSlice":"1","map":{"nodes":[]}})", -3, 1, "GetMapEtagFromJson return failed!"},
+        ReachCase{"etag_not_text", R"({"eTag":12,"map":{"nodes":[]}})", -3, 1, "Get eTag error!"},
+        ReachCase{"map_absent", R"({"eTag":"e1"})", -3, 0, "Parse nodes error!"},
+        ReachCase{"nodes_absent", R"({"eTag":"e1","map":{}})", -3, 0, "GetNodesFromJson return failed!"},
+        ReachCase{"nodes_empty", R"({"eTag":"e1","map":{"nodes":[]}})", 0, 0, nullptr,
+                  [](MapData_t& m) { EXPECT_EQ(m.nodes.list.count, 0); }},
+        ReachCase{"etag_unchanged_body_ignored", R"({"eTag":"stored-etag","map":{}})", -18, 0,
+                  "The etag of map is consistent, no need to update map! "},
+        ReachCase{"second_node_id_absent", twoNodes(kNode2, R"({"refPos":{"lon":1,"lat":1}})"), -3, 2,
+                  "Get id item failed!"},
+        ReachCase{"refpos_absent", twoNodes(kNode2, R"({"id":{"id":1}})"), -9, 3, "Get refPos item failed!"},
+        ReachCase{"lon_absent", twoNodes(kNode2, nodeWithPos(R"({"lat":1})")), -4, 4, "Get refPos->lon item failed!"},
+        ReachCase{"lon_out_of_range", twoNodes(kNode2, nodeWithPos(R"({"lon":180.0000002,"lat":1})")), -3, 4,
+                  "error: longitude out of range"},
+        ReachCase{"lat_absent", twoNodes(kNode2, nodeWithPos(R"({"lon":1})")), -6, 5, "Get refPos->lat item failed!"},
+        ReachCase{"lat_out_of_range", twoNodes(kNode2, nodeWithPos(R"({"lon":1,"lat":-90.0000001})")), -5, 5,
+                  "error: latitude out of range"},
+        ReachCase{"ele_out_of_range", twoNodes(kNode2, nodeWithPos(R"({"lon":1,"lat":1,"ele":6144})")), -7, 6,
+                  "error: elevation out of range"},
+        ReachCase{"huge_lon_saturates_and_fails", twoNodes(kNode2, nodeWithPos(R"({"lon":1e300,"lat":1})")), -3, 4,
+                  nullptr},
+        ReachCase{"inlinks_absent_node_kept", twoNodes(kNode2, kNode2), 0, 0, "Get inLinks item failed!",
+                  [](MapData_t& m) {
+                    EXPECT_EQ(m.nodes.list.count, 2);
+                    EXPECT_EQ(nodeAt(m, 0)->inLinks, nullptr);
+                  }},
+        ReachCase{"second_link_without_width",
+                  twoNodes(R"({"id":{"id":1},"refPos":{"lon":1,"lat":1},"inLinks":[)" + std::string(kLink) +
+                               R"(,{"upstreamNodeId":{"id":3}},)" + kLink + "]}",
+                           kNode2),
+                  0, 8, "GetLinkWidthFromLinkJson return failed!",
+                  [](MapData_t& m) {
+                    EXPECT_EQ(linkCount(m, 0), 1);
+                    EXPECT_EQ(m.nodes.list.count, 2);  // the next node is still read
+                  }},
+        ReachCase{"first_link_without_upstream", docWithLinks(R"([{"linkWidth":700},)" + std::string(kLink) + "]"), 0,
+                  7, "Get link->upstreamNodeId item failed!", [](MapData_t& m) { EXPECT_EQ(linkCount(m, 0), 0); }},
+        ReachCase{"lane_without_id_drops_link", docWithLanes(R"([{"laneId":1},{"laneWidth":300}])"), 0, 9,
+                  "Get lan->laneID item error", [](MapData_t& m) { EXPECT_EQ(linkCount(m, 0), 0); }},
+        ReachCase{"speed_out_of_range", docWithLanes("[]", R"("speedLimits":[{"type":"truckMaxSpeed","speed":9000}],)"),
+                  0, 10, "error: speed out of range",
+                  [](MapData_t& m) {
+                    ASSERT_NE(linkAt(m, 0, 0), nullptr);
+                    EXPECT_EQ(linkAt(m, 0, 0)->speedLimits->list.count, 0);
+                  }},
+        ReachCase{"second_speed_limit_without_type",
+                  docWithLanes("[]", R"("speedLimits":[{"type":5,"speed":500},{"speed":1},{"type":5,"speed":2}],)"), 0,
+                  10, "Get speedLimit->type item failed!",
+                  [](MapData_t& m) { EXPECT_EQ(linkAt(m, 0, 0)->speedLimits->list.count, 1); }},
+        ReachCase{"lane_speed_limit_without_speed", docWithLanes(R"([{"laneId":1,"speedLimits":[{"type":5}]}])"), 0, 10,
+                  "Get speedLimit->speed item failed!", [](MapData_t& m) { ASSERT_NE(laneAt(m), nullptr); }},
+        ReachCase{"movement_phase_256_kept",
+                  docWithLanes("[]", R"("movements":[{"remoteIntersection":{"id":3},"phaseId":256},{"phaseId":2}],)"),
+                  0, 11, "Get link->upstreamNodeId item failed!",
+                  [](MapData_t& m) {
+                    MovementList* mv = linkAt(m, 0, 0)->movements;
+                    ASSERT_EQ(mv->list.count, 2);
+                    EXPECT_EQ(*mv->list.array[0]->phaseId, 256);
+                    EXPECT_EQ(mv->list.array[1]->remoteIntersection.id, 0);
+                  }},
+        ReachCase{"lane_width_40000_kept", docWithLanes(R"([{"laneId":3,"laneWidth":40000}])"), 0, 13,
+                  "error: laneWidth out of range", [](MapData_t& m) { EXPECT_EQ(*laneAt(m)->laneWidth, 40000); }},
+        ReachCase{"connection_phase_300_kept",
+                  docWithLanes(R"([{"laneId":3,"connectsTo":[{"remoteIntersection":{"id":5},"phaseId":300}]}])"), 0, 14,
+                  nullptr, [](MapData_t& m) { EXPECT_EQ(*laneAt(m)->connectsTo->list.array[0]->phaseId, 300); }},
+        ReachCase{"connection_without_remote_ends_list",
+                  docWithLanes(R"([{"laneId":3,"connectsTo":[{"phaseId":1},{"remoteIntersection":{"id":5}}]}])"), 0, 0,
+                  "Get remoteIntersection item failed!",
+                  [](MapData_t& m) { EXPECT_EQ(laneAt(m)->connectsTo->list.count, 0); }},
+        ReachCase{"link_point_without_lon", docWithLanes("[]", R"("points":[{"lat":1}],)"), 0, 15,
+                  "Get points->lon item failed!",
+                  [](MapData_t& m) { EXPECT_EQ(linkAt(m, 0, 0)->points->list.count, 0); }},
+        ReachCase{"lane_second_point_without_lat",
+                  docWithLanes(R"([{"laneId":1,"points":[{"lon":1,"lat":1},{"lon":1},{"lon":2,"lat":2}]}])"), 0, 16,
+                  "Get points->lat item failed!", [](MapData_t& m) { EXPECT_EQ(laneAt(m)->points->list.count, 1); }},
+        ReachCase{"point_elevation_below_range",
+                  docWithLanes(R"([{"laneId":1,"points":[{"lon":116.3,"lat":39.9,"ele":-500}]}])"), 0, 17,
+                  "error: elevation out of range", [](MapData_t& m) { EXPECT_EQ(laneAt(m)->points->list.count, 0); }},
+        ReachCase{"later_problem_wins",
+                  docWithLanes(R"([{"laneId":1,"laneWidth":-1}])", R"("points":[{"lon":1,"lat":91}],)"), 0, 13,
+                  nullptr}),
+    [](const ::testing::TestParamInfo<ReachCase>& info) { return std::string(info.param.name); });
+
+// --- values ---------------------------------------------------------------
+
+TEST_F(MapDownTest, EnvelopeAndScaling) {
+  std::string doc = R"({"MAPSLICE":"258","ack":true,"seqNum":"0123456789012345678901234567890123456789","etag":")" +
+                    std::string(70, 'x') +
+                    R"(","map":{"nodes":[{"name":"Node A","id":{"region":3,"id":7},)"
+                    R"("refPos":{"lon":116.3,"lat":-0.00000009,"ele":35.57},"inLinks":[]}]}})";
+  ASSERT_EQ(read(doc), 0);
+  EXPECT_EQ(record_.mapSlice, 2);  // modulo 256
+  EXPECT_TRUE(record_.ack);
+  EXPECT_EQ(std::string(record_.seqNum), std::string("0123456789012345678901234567890"));
+  EXPECT_EQ(std::string(record_.eTag), std::string(63, 'x'));
+  Node_t* n = nodeAt(frame_.map(), 0);
+  EXPECT_EQ(n->refPos.Long, 1163000000);
+  EXPECT_EQ(n->refPos.lat, 0);  // truncated toward zero
+  EXPECT_EQ(*n->refPos.elevation, 355);
+  EXPECT_EQ(*n->id.region, 3);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(n->name->buf), n->name->size), "Node A");
+  EXPECT_EQ(frame_.map().timeStamp, nullptr);
+}
+
+TEST_F(MapDownTest, EnvelopeTextsOfOtherTypesCountAsAbsent) {
+  ASSERT_EQ(read(R"({"mapSlice":3,"ack":"true","seqNum":5,"eTag":"e1","map":{"nodes":[]}})"), 0);
+  EXPECT_EQ(record_.mapSlice, 0);
+  EXPECT_FALSE(record_.ack);
+  EXPECT_STREQ(record_.seqNum, "");
+  EXPECT_NE(logText().find("Get mapSlice error!"), std::string::npos);
+  ASSERT_EQ(read(R"({"mapSlice":"-1","eTag":"e1","map":{"nodes":[]}})"), 0);
+  EXPECT_EQ(record_.mapSlice, 255);
+}
+
+struct BitCase {
+  const char* lane;  // lane keys besides "laneId"
+  std::function<BIT_STRING_t*(Lane_t&)> field;
+  std::vector<uint8_t> bytes;
+  int unused;
+};
+
+TEST_F(MapDownTest, BitStringsPerKey) {
+  auto share = [](Lane_t& l) { return l.laneAttributes->shareWith; };
+  auto vehicle = [](Lane_t& l) {
+    EXPECT_EQ(l.laneAttributes->laneType.present, LaneTypeAttributes_PR_vehicle);
+    return &l.laneAttributes->laneType.choice.vehicle;
+  };
+  const BitCase cases[] = {
+      {R"("laneAttributes":{"shareWith":32768,"laneType":{}})", share, {0x80, 0x00}, 6},
+      {R"("laneAttributes":{"shareWith":1023,"laneType":{}})", share, {0x03, 0xFF}, 6},
+      {R"("laneAttributes":{"laneType":{"vehicle":128}})", vehicle, {0x80}, 0},
+      {R"("laneAttributes":{"laneType":{"bikeLane":1,"vehicle":128}})", vehicle, {0x80}, 0},
+      {R"("laneAttributes":{"laneType":{"parking":258,"median":1}})",
+       [](Lane_t& l) {
+         EXPECT_EQ(l.laneAttributes->laneType.present, LaneTypeAttributes_PR_median);
+         return &l.laneAttributes->laneType.choice.median;
+       },
+       {0x00, 0x01},
+       0},
+      {R"("maneuvers":2048)", [](Lane_t& l) { return l.maneuvers; }, {0x80, 0x00}, 4},
+      {R"("maneuvers":1)", [](Lane_t& l) { return l.maneuvers; }, {0x00, 0x10}, 4},
+      {R"("connectsTo":[{"remoteIntersection":{"id":5},"connectingLane":{"laneId":2,"maneuvers":1024}}])",
+       [](Lane_t& l) { return l.connectsTo->list.array[0]->connectingLane->maneuver; },
+       {0x40, 0x00},
+       4},
+  };
+  for (const BitCase& c : cases) {
+    SCOPED_TRACE(c.lane);
+    ASSERT_EQ(read(docWithLanes(std::string(R"([{"laneId":1,)") + c.lane + "}]")), 0);
+    ASSERT_NE(laneAt(frame_.map()), nullptr);
+    BIT_STRING_t* bs = c.field(*laneAt(frame_.map()));
+    ASSERT_NE(bs, nullptr);
+    EXPECT_EQ(std::vector<uint8_t>(bs->buf, bs->buf + bs->size), c.bytes);
+    EXPECT_EQ(bs->bits_unused, c.unused);
+    Frame fresh;  // the next document gets an empty frame
+    std::swap(frame_.frame, fresh.frame);
+  }
+}
+
+TEST_F(MapDownTest, LaneOptionalsAndConnectingLaneWithoutId) {
+  ASSERT_EQ(
+      read(docWithLanes(R"([{"laneId":3,"laneAttributes":{},)"
+                        R"("connectsTo":[{"remoteIntersection":{"id":5},"connectingLane":{"maneuvers":2048}}]}])")),
+      0);
+  Lane_t* lane = laneAt(frame_.map());
+  ASSERT_NE(lane, nullptr);
+  EXPECT_EQ(lane->laneID, 3);
+  EXPECT_EQ(lane->laneWidth, nullptr);
+  EXPECT_EQ(lane->maneuvers, nullptr);
+  EXPECT_EQ(lane->laneAttributes->shareWith, nullptr);
+  EXPECT_EQ(lane->laneAttributes->laneType.present, LaneTypeAttributes_PR_NOTHING);
+  ConnectingLane_t* cl = lane->connectsTo->list.array[0]->connectingLane;
+  EXPECT_EQ(cl->lane, 0);
+  EXPECT_EQ(cl->maneuver, nullptr);
+  EXPECT_EQ(v2xmapconv_GetErrorCode(), 0);
+  std::string log = logText();
+  EXPECT_NE(log.find("Get laneAttributes->laneType item error"), std::string::npos);
+  EXPECT_NE(log.find("Get laneId item failed!"), std::string::npos);
+}
+
+TEST_F(MapDownTest, SpeedLimitTypes) {
+  ASSERT_EQ(
+      read(docWithLanes("[]", R"("speedLimits":[{"type":"vehicleMaxSpeed","speed":1},)"
+                              R"({"type":"truckMaxSpeed","speed":2},{"type":"vehicleMinSpeed","speed":3},)"
+                              R"({"type":"TruckMaxSpeed","speed":4},{"type":4,"speed":5},{"type":true,"speed":6}],)")),
+      0);
+  SpeedLimitList* sl = linkAt(frame_.map(), 0, 0)->speedLimits;
+  ASSERT_EQ(sl->list.count, 6);
+  const long types[] = {5, 8, 0, 0, 4, 0};
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(sl->list.array[i]->type, types[i]) << i;
+    EXPECT_EQ(sl->list.array[i]->speed, i + 1);
+  }
+}
+
+TEST_F(MapDownTest, AbsolutePointValues) {
+  ASSERT_EQ(read(docWithLanes(
+                "[]", R"("points":[{"lon":116.3,"lat":39.9},{"lon":-0.00000015,"lat":-33.8688197,"ele":-0.19}],)")),
+            0);
+  PointList* pl = linkAt(frame_.map(), 0, 0)->points;
+  ASSERT_EQ(pl->list.count, 2);
+  const PositionOffsetLLV_t& p0 = pl->list.array[0]->posOffset;
+  EXPECT_EQ(p0.offsetLL.present, PositionOffsetLL_PR_position_LatLon);
+  EXPECT_EQ(p0.offsetLL.choice.position_LatLon.lon, 1163000000);
+  EXPECT_EQ(p0.offsetLL.choice.position_LatLon.lat, 399000000);
+  EXPECT_EQ(p0.offsetV, nullptr);
+  const PositionOffsetLLV_t& p1 = pl->list.array[1]->posOffset;
+  EXPECT_EQ(p1.offsetLL.choice.position_LatLon.lon, -1);
+  EXPECT_EQ(p1.offsetLL.choice.position_LatLon.lat, -338688197);
+  ASSERT_NE(p1.offsetV, nullptr);
+  EXPECT_EQ(p1.offsetV->present, VerticalOffset_PR_elevation);
+  EXPECT_EQ(p1.offsetV->choice.elevation, -1);
+}
+
+TEST_F(MapDownTest, RelativePointReader) {
+  cJSON* json = cJSON_Parse(R"({"points":[{"lon":121.16,"lat":31.28,"ele":4.6},{"lon":122.5,"lat":31.28},{"lat":1}]})");
+  c_pos3D_t ref{};
+  ref.posIsValid = true;
+  ref.lon = 121.16;
+  ref.lat = 31.28;
+  ref.elevIsValid = true;
+  ref.elevation = 4.6;
+  PointList* points = nullptr;
+  EXPECT_EQ(GetPointsFromLinkJsonRelative(json, &points, &ref), -3);  // the third point has no "lon"
+  ASSERT_NE(points, nullptr);
+  ASSERT_EQ(points->list.count, 2);
+  const PositionOffsetLL_t& same = points->list.array[0]->posOffset.offsetLL;
+  EXPECT_EQ(same.present, PositionOffsetLL_PR_position_LL1);
+  EXPECT_EQ(same.choice.position_LL1.lon, 0);
+  EXPECT_EQ(same.choice.position_LL1.lat, 0);
+  EXPECT_EQ(points->list.array[1]->posOffset.offsetLL.present, PositionOffsetLL_PR_position_LatLon);
+  EXPECT_EQ(v2xmapconv_GetErrorCode(), 0);  // this reader records nothing
+  ASN_STRUCT_FREE(asn_DEF_PointList, points);
+  cJSON_Delete(json);
+}
+
+// --- error codes and acknowledgement -----------------------------------------
+
+TEST_F(MapDownTest, AcknowledgementText) {
+  struct AckCase {
+    int32 code;
+    const char* seqNum;
+    const char* text;
+  };
+  const AckCase cases[] = {
+      {0, "42", R"({"seqNum":"42"})"},
+      {5, "42", R"({"seqNum":"42","errorCode":1,"errorDesc":"NODE refPos latitude error"})"},
+      {8, "", R"({"seqNum":"","errorCode":1,"errorDesc":"NODE Link linkwidth"})"},
+      {18, "a\"b", R"({"seqNum":"a\"b","errorCode":1,"errorDesc":"Set MAP config error"})"},
+  };
+  for (const AckCase& c : cases) {
+    v2xcloud_map_data_t data{};
+    std::snprintf(data.seqNum, sizeof(data.seqNum), "%s", c.seqNum);
+    ASSERT_EQ(v2xmapconv_SetErrorCode(c.code), 0);
+    char text[256];
+    int32 len = v2xmapconv_MapDownAckBuild(&data, text, sizeof(text));
+    EXPECT_STREQ(text, c.text);
+    EXPECT_EQ(len, static_cast<int32>(std::strlen(c.text)));
+  }
+  v2xcloud_map_data_t data{};
+  char small[8];
+  EXPECT_EQ(v2xmapconv_MapDownAckBuild(&data, small, sizeof(small)), -3);
+}
+
+TEST_F(MapDownTest, LaneWithoutIdIsAcknowledgedAsLanesError) {
+  ASSERT_EQ(read(docWithLanes(R"([{"laneWidth":300}])")), 0);
+  char text[256];
+  ASSERT_GT(v2xmapconv_MapDownAckBuild(&record_, text, sizeof(text)), 0);
+  EXPECT_STREQ(text, R"({"seqNum":"42","errorCode":1,"errorDesc":"NODE Link lanes error"})");
+}
+
+TEST_F(MapDownTest, ErrorCodeTableAndSetterBounds) {
+  EXPECT_STREQ(v2xmapconv_GetErrorDesc(0), "No error");
+  EXPECT_STREQ(v2xmapconv_GetErrorDesc(12), "NODE Link lanes laneid error");
+  EXPECT_STREQ(v2xmapconv_GetErrorDesc(19), "Unknown error");
+  ASSERT_EQ(v2xmapconv_SetErrorCode(4), 0);
+  EXPECT_EQ(v2xmapconv_SetErrorCode(19), -2);
+  EXPECT_EQ(v2xmapconv_SetErrorCode(-1), -2);
+  EXPECT_EQ(v2xmapconv_GetErrorCode(), 4);
+}
+
+TEST_F(MapDownTest, AcknowledgementWithoutDdsIsLoggedNotSent) {
+  v2xcloud_map_data_t data{};
+  EXPECT_EQ(v2xmapconv_MapDownAckToCloud(nullptr), -2);
+  EXPECT_EQ(v2xmapconv_MapDownAckToCloud(&data), -1);
+  EXPECT_NE(logText().find("Get ddsinfo failed!"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mapdown_test
