@@ -1,8 +1,6 @@
 // DDS wrapper through real participants on loopback: framing, order under a
-// burst with a slow receiver, name mapping, matching, misuse.
+// burst with a slow receiver, sending from a callback, name mapping, matching.
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -12,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "test_process.h"
 #include "v2xdds.h"
 
 namespace {
@@ -89,7 +88,7 @@ bool waitMatched(void* obj, const std::string& topic, int32 want) {
 
 std::vector<uint8_t> pattern(size_t len, unsigned seed) {
   std::vector<uint8_t> v(len);
-  for (size_t i = 0; i < len; i++) v[i] = static_cast<uint8_t>((i * 31 + seed * 7 + 1) % 251 + 1);
+  for (size_t i = 0; i < len; i++) v[i] = static_cast<uint8_t>((i * 31 + size_t{seed} * 7 + 1) % 251 + 1);
   return v;
 }
 
@@ -121,8 +120,9 @@ class DdsPair : public ::testing::Test {
   void* tx = nullptr;
 };
 
+// On a device topic with '-' and '.', which DDS itself refuses.
 TEST_F(DdsPair, MessagesArriveWholeInSamplesOfAtMost1024Bytes) {
-  open(uniqueTopic("sizes"));
+  open("rsu/T-" + std::to_string(getpid()) + ".a/map/down");
   struct Case {
     size_t len;
     size_t samples;  // including the zero tail of a multiple of 1024
@@ -148,38 +148,11 @@ TEST_F(DdsPair, MessagesArriveWholeInSamplesOfAtMost1024Bytes) {
   }
 }
 
-// 100 messages written back to back while the receiver's first callback is
-// held: more samples than the dispatch queue takes, so part of them wait in
-// the reader and must still come out complete and in order.
-TEST_F(DdsPair, BurstBehindSlowReceiverArrivesCompleteAndInOrder) {
-  open(uniqueTopic("burst"));
-  {
-    std::lock_guard<std::mutex> l(g_rx.m);
-    g_rx.gateClosed = true;
-  }
-  const size_t kCount = 100;
-  size_t totalSamples = 0;
-  std::vector<std::vector<uint8_t>> sent;
-  for (size_t i = 0; i < kCount; i++) {
-    std::vector<uint8_t> msg = pattern(1 + (i * 997) % 9999, static_cast<unsigned>(i));
-    msg[0] = static_cast<uint8_t>(i);
-    ASSERT_EQ(sendMessage(tx, topic, msg), 0) << i;
-    totalSamples += msg.size() / V2XDDS_SAMPLE_MAX + 1;
-    if (msg.size() % V2XDDS_SAMPLE_MAX == 0) msg.push_back(0);
-    sent.push_back(std::move(msg));
-  }
-  ASSERT_GT(totalSamples, static_cast<size_t>(V2XDDS_DISPATCH_QUEUE_MAX));
-  g_rx.openGate();
-  ASSERT_TRUE(g_rx.waitFor(kCount));
-  std::lock_guard<std::mutex> l(g_rx.m);
-  ASSERT_EQ(g_rx.messages.size(), kCount);
-  for (size_t i = 0; i < kCount; i++) EXPECT_EQ(g_rx.messages[i], sent[i]) << "message " << i;
-}
-
-// The same burst from another process, so the samples cross the loopback
-// network instead of Cyclone's in-process path. The child is this binary
-// running only DdsChild.Sender; the receiver lets callbacks run only after the
-// sender has exited.
+// A burst of 100 messages (about 500 samples) from another process, over the
+// loopback network. The child is this binary running only DdsChild.Sender.
+// The receiver's callbacks are held until the sender has exited, so more
+// samples wait than the dispatch queue takes: the rest must come out of the
+// reader complete and in order.
 constexpr size_t kChildCount = 100;
 std::vector<uint8_t> childMessage(size_t i) {
   std::vector<uint8_t> msg = pattern(1 + (i * 1499) % 9999, static_cast<unsigned>(i));
@@ -195,7 +168,7 @@ TEST(DdsChild, Sender) {
   ASSERT_EQ(dds_start(tx), 0);
   ASSERT_TRUE(waitMatched(tx, topic, 1));
   for (size_t i = 0; i < kChildCount; i++) ASSERT_EQ(sendMessage(tx, topic, childMessage(i)), 0);
-  destroy_dds(tx);  // waits until the receiver has acknowledged what was written
+  destroy_dds(tx);
 }
 
 TEST(DdsProcesses, BurstFromAnotherProcess) {
@@ -206,20 +179,10 @@ TEST(DdsProcesses, BurstFromAnotherProcess) {
   ASSERT_TRUE(dds_reg(rx, kDomain, topic.c_str(), rxCallback, 0));
   ASSERT_EQ(dds_start(rx), 0);
 
-  std::string env = "V2XDDS_CHILD_TOPIC=" + topic;
-  std::string self = "/proc/self/exe";
-  std::string filter = "--gtest_filter=DdsChild.Sender";
-  char* argv[] = {self.data(), filter.data(), nullptr};
-  std::vector<char*> envp;
-  for (char** e = environ; *e != nullptr; e++) envp.push_back(*e);
-  envp.push_back(env.data());
-  envp.push_back(nullptr);
-  pid_t pid;
-  ASSERT_EQ(posix_spawn(&pid, self.c_str(), nullptr, nullptr, argv, envp.data()), 0);
-  int status = 0;
-  // Bounded: the child's own waits are bounded.
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  v2xtest::ChildProcess child;
+  ASSERT_TRUE(child.start({"/proc/self/exe", "--gtest_filter=DdsChild.Sender"}, {"V2XDDS_CHILD_TOPIC=" + topic}));
+  int status = child.waitExit(std::chrono::seconds(120));
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << child.output();
 
   g_rx.openGate();
   ASSERT_TRUE(g_rx.waitFor(kChildCount));
@@ -232,15 +195,6 @@ TEST(DdsProcesses, BurstFromAnotherProcess) {
     }
   }
   destroy_dds(rx);
-}
-
-TEST_F(DdsPair, DeviceIdWithDashAndDotWorks) {
-  open("rsu/T-" + std::to_string(getpid()) + ".a/map/down");
-  std::vector<uint8_t> msg = pattern(2548, 3);
-  ASSERT_EQ(sendMessage(tx, topic, msg), 0);
-  ASSERT_TRUE(g_rx.waitFor(1));
-  std::lock_guard<std::mutex> l(g_rx.m);
-  EXPECT_EQ(g_rx.messages[0], msg);
 }
 
 TEST_F(DdsPair, MatchCountFollowsRemoteReaders) {
@@ -288,35 +242,19 @@ TEST(DdsWrapper, MisuseIsRefusedWithoutHarm) {
   destroy_dds(nullptr);
   const std::string t = uniqueTopic("misuse");
   void* o = create_dds();
-  ASSERT_NE(o, nullptr);
   uint8_t b = 1;
-  EXPECT_FALSE(dds_reg(nullptr, kDomain, t.c_str(), nullptr, 0));
-  EXPECT_FALSE(dds_reg(o, kDomain, nullptr, nullptr, 0));
-  EXPECT_FALSE(dds_reg(o, kDomain, "", nullptr, 0));
-  EXPECT_FALSE(dds_reg(o, kDomain, std::string(V2XDDS_TOPIC_NAME_MAX + 1, 'a').c_str(), nullptr, 0));
-  EXPECT_FALSE(dds_reg(o, kDomain, t.c_str(), nullptr, 1));
   EXPECT_EQ(dds_start(o), V2XDDS_ERR_STATE);  // nothing registered
   ASSERT_TRUE(dds_reg(o, kDomain, t.c_str(), nullptr, 0));
-  EXPECT_FALSE(dds_reg(o, kDomain, t.c_str(), nullptr, 0));  // twice as publisher
-  EXPECT_FALSE(dds_reg(o, kDomain + 1, (t + "/x").c_str(), nullptr, 0));
-  EXPECT_EQ(set_history_qos(o, (t + "/none").c_str(), 2, 0), V2XDDS_ERR_NOTOPIC);
-  EXPECT_EQ(set_history_qos(o, t.c_str(), 7, 0), V2XDDS_ERR_PARAM);
-  EXPECT_EQ(set_white_list_iface(o, "lo"), V2XDDS_ERR_PARAM);
+  EXPECT_FALSE(dds_reg(o, kDomain + 1, (t + "/x").c_str(), nullptr, 0));  // one domain per object
+  // The address goes into the generated configuration: nothing but an address passes.
   EXPECT_EQ(set_white_list_iface(o, "127.0.0.1\"/><x"), V2XDDS_ERR_PARAM);
   EXPECT_EQ(dds_send(o, t.c_str(), &b, 1), V2XDDS_ERR_STATE);
-  EXPECT_EQ(get_match_cnt(o, t.c_str()), V2XDDS_ERR_STATE);
   ASSERT_EQ(dds_start(o), 0);
-  EXPECT_EQ(dds_start(o), V2XDDS_ERR_STATE);
   EXPECT_EQ(set_history_qos(o, t.c_str(), 2, 0), V2XDDS_ERR_STATE);
-  EXPECT_EQ(set_white_list_iface(o, "127.0.0.1"), V2XDDS_ERR_STATE);
-  EXPECT_EQ(dds_send(o, (t + "/none").c_str(), &b, 1), V2XDDS_ERR_NOTOPIC);
-  EXPECT_EQ(dds_send(o, t.c_str(), nullptr, 1), V2XDDS_ERR_PARAM);
   EXPECT_EQ(dds_send(o, t.c_str(), &b, 1), 0);  // nobody listens: nothing kept, no error
-  EXPECT_EQ(get_match_cnt(o, t.c_str()), 0);
-  // Registered after the start: created at once.
   const std::string late = t + "/late";
-  ASSERT_TRUE(dds_reg(o, kDomain, late.c_str(), rxCallback, 0));
-  EXPECT_EQ(get_match_cnt(o, late.c_str()), V2XDDS_ERR_NOTOPIC);  // not published by o
+  ASSERT_TRUE(dds_reg(o, kDomain, late.c_str(), rxCallback, 0));  // created at once
+  EXPECT_EQ(get_match_cnt(o, late.c_str()), V2XDDS_ERR_NOTOPIC);  // o only reads it
   destroy_dds(o);
 }
 

@@ -10,7 +10,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
@@ -326,7 +328,7 @@ bool waitAcks(size_t n, Clock::time_point deadline) {
 
 double percentile(std::vector<double> v, double p) {
   std::sort(v.begin(), v.end());
-  size_t i = static_cast<size_t>(p * static_cast<double>(v.size() - 1) + 0.5);
+  size_t i = static_cast<size_t>(std::lround(p * static_cast<double>(v.size() - 1)));
   return v[std::min(i, v.size() - 1)];
 }
 
@@ -351,6 +353,23 @@ int runBench(Clock::time_point deadline) {
               percentile(ms, 1.0));
   std::fflush(stdout);
   return 0;
+}
+
+// Whole decimal numbers only: "12x" or "" are refused.
+bool toLong(const char* s, long lo, long hi, long* out) {
+  char* end = nullptr;
+  errno = 0;
+  long v = std::strtol(s, &end, 10);
+  if (errno != 0 || end == s || *end != '\0' || v < lo || v > hi) return false;
+  *out = v;
+  return true;
+}
+
+bool toInt(const char* s, int lo, int hi, int* out) {
+  long v;
+  if (!toLong(s, lo, hi, &v)) return false;
+  *out = static_cast<int>(v);
+  return true;
 }
 
 bool parseArgs(int argc, char** argv, Options* o) {
@@ -392,15 +411,24 @@ bool parseArgs(int argc, char** argv, Options* o) {
       case kDevice: o->device = optarg; break;
       case kMap: o->files.emplace_back(optarg, false); break;
       case kRaw: o->files.emplace_back(optarg, true); break;
-      case kGen: o->gen = std::atoi(optarg); break;
+      case kGen:
+        if (!toInt(optarg, 0, 255, &o->gen)) return false;
+        break;
       case kEtag: o->eTag = optarg; break;
       case kNoAck: o->ack = false; break;
-      case kCommsoft:
-        if (std::sscanf(optarg, "%d,%d", &o->commsoftType, &o->commsoftStatus) != 2) return false;
+      case kCommsoft: {
+        std::string v = optarg;
+        size_t comma = v.find(',');
+        if (comma == std::string::npos || !toInt(v.substr(0, comma).c_str(), 0, 255, &o->commsoftType) ||
+            !toInt(v.substr(comma + 1).c_str(), 0, 255, &o->commsoftStatus))
+          return false;
         o->commsoft = true;
         break;
+      }
       case kAckUploads: o->ackUploads = true; break;
-      case kCount: o->count = std::atol(optarg); break;
+      case kCount:
+        if (!toLong(optarg, 0, 1000000000L, &o->count)) return false;
+        break;
       case kKindOpt: {
         static const char* names[] = {"ack", "up", "rsucloud", "status", "all"};
         int k = 0;
@@ -409,13 +437,20 @@ bool parseArgs(int argc, char** argv, Options* o) {
         o->kind = static_cast<Kind>(k);
         break;
       }
-      case kTimeout: o->timeout = std::atof(optarg); break;
-      case kBench: o->bench = std::atoi(optarg); break;
+      case kTimeout: {
+        char* end = nullptr;
+        o->timeout = std::strtod(optarg, &end);
+        if (end == optarg || *end != '\0' || !(o->timeout > 0 && o->timeout <= 86400)) return false;
+        break;
+      }
+      case kBench:
+        if (!toInt(optarg, 0, 1000000, &o->bench)) return false;
+        break;
       case kQuiet: o->quiet = true; break;
       default: return false;
     }
   }
-  return !o->device.empty() && optind == argc && o->gen >= 0 && o->gen <= 255 && o->timeout > 0;
+  return !o->device.empty() && optind == argc;
 }
 
 }  // namespace
