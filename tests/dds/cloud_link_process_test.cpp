@@ -1,0 +1,171 @@
+// The service and the cloud peer as processes over DDS on loopback: a map in
+// slices is stored and acknowledged, repeated and faulty maps, the periodic
+// status and map records, over-long messages and the communication software's
+// status. Each test uses its own device id (with '-' and '.', so the topic
+// name mapping is on the path) and its own working directory.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "test_process.h"
+
+namespace {
+
+using v2xtest::ChildProcess;
+using v2xtest::readFile;
+using v2xtest::TempDir;
+
+size_t count(const std::string& text, const std::string& needle) {
+  size_t n = 0;
+  for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) n++;
+  return n;
+}
+
+class CloudLinkProcess : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path()));
+    static int serial = 0;
+    device_ = "T-" + std::to_string(getpid()) + "." + std::to_string(++serial);
+    std::string sysinfo = readFile(work_.file("conf/rsu_sysinfo.xml"));
+    size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
+    ASSERT_TRUE(a != std::string::npos && b != std::string::npos);
+    sysinfo.replace(a + 11, b - a - 11, device_);
+    v2xtest::writeFile(work_.file("conf/rsu_sysinfo.xml"), sysinfo);
+
+    ASSERT_TRUE(service_.start({V2X_SERVICE_BIN, "-w", work_.path(), "-f", log(), "-d", "7"}));
+    for (int i = 0; i < 400 && readFile(log()).find("started, device id") == std::string::npos; ++i) usleep(50000);
+    ASSERT_NE(readFile(log()).find("started, device id " + device_), std::string::npos);
+  }
+  void TearDown() override {
+    service_.signal(SIGTERM);
+    int st = service_.waitExit();
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
+  }
+
+  std::string log() const { return work_.file("log/map_conv.log"); }
+
+  // Runs the cloud peer to its end (its own time bound ends it); returns its
+  // output and stores its exit status.
+  std::string sim(std::vector<std::string> args, int* exitCode = nullptr) {
+    std::vector<std::string> argv = {V2X_CLOUD_SIM_BIN, "--device", device_};
+    argv.insert(argv.end(), args.begin(), args.end());
+    ChildProcess p;
+    if (!p.start(argv)) return "";
+    int st = p.waitExit(std::chrono::seconds(60));
+    if (exitCode != nullptr) *exitCode = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return p.output();
+  }
+
+  std::string writeDoc(const std::string& name, const std::string& text) {
+    v2xtest::writeFile(work_.file(name), text);
+    return work_.file(name);
+  }
+
+  TempDir work_;
+  std::string device_;
+  ChildProcess service_;
+};
+
+struct FileId {
+  ino_t ino;
+  timespec mtime;
+  bool operator==(const FileId& o) const {
+    return ino == o.ino && mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
+  }
+};
+
+std::vector<FileId> mapFiles(const std::string& dir) {
+  std::vector<FileId> ids;
+  for (const char* base : {"map_data_", "map_cfg_"})
+    for (int n = 0; n < 3; n++) {
+      struct stat s {};
+      if (stat((dir + "/" + base + std::to_string(n)).c_str(), &s) == 0) ids.push_back({s.st_ino, s.st_mtim});
+    }
+  return ids;
+}
+
+TEST_F(CloudLinkProcess, SlicedMapIsStoredOnceAcknowledgedAndReported) {
+  const std::string eTag = "E-" + device_;
+  int rc = -1;
+  std::string out = sim({"--gen", "3", "--etag", eTag, "--count", "3", "--kind", "ack", "--timeout", "30"}, &rc);
+  EXPECT_EQ(rc, 0) << out;
+  for (const char* seq : {"1", "2", "3"})
+    EXPECT_NE(out.find(std::string("ACK seqNum=") + seq + " ok raw={\"seqNum\":\"" + seq + "\"}"), std::string::npos)
+        << out;
+  std::vector<FileId> stored = mapFiles(work_.file("mapdata"));
+  EXPECT_EQ(stored.size(), 6u);
+  EXPECT_NE(readFile(work_.file("conf/v2x_map_convert.cfg")).find("eTag = \"" + eTag + "\";"), std::string::npos);
+
+  // The same map again: acknowledged, nothing rewritten.
+  out = sim({"--gen", "3", "--etag", eTag, "--count", "3", "--kind", "ack", "--timeout", "30"}, &rc);
+  EXPECT_EQ(rc, 0) << out;
+  EXPECT_EQ(count(out, " ok raw="), 3u) << out;
+  EXPECT_EQ(mapFiles(work_.file("mapdata")), stored);
+  EXPECT_EQ(count(readFile(log()), "The etag of map is consistent"), 3u);
+
+  // Within one period: a 26-byte status record of this service and a map
+  // record carrying the last slice and eTag.
+  out = sim({"--count", "1", "--kind", "rsucloud", "--timeout", "15"}, &rc);
+  EXPECT_EQ(rc, 0) << out;
+  EXPECT_NE(out.find("RSUCLOUD mapSlice=1 eTag=" + eTag + "\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("STATUS service_type=1 run_status=1 tx_packet_count=0 rx_packet_count=0 bytes=26"),
+            std::string::npos)
+      << out;
+}
+
+TEST_F(CloudLinkProcess, FaultyDocumentsAreAcknowledgedWithTheirError) {
+  const std::string node = R"({"id":{"region":1,"id":7},"refPos":{"lon":121.16,"lat":31.28},"inLinks":)";
+  struct Case {
+    std::string doc;
+    std::string ack;
+  };
+  const std::vector<Case> cases = {
+      // Stored (with the first link) and the error recorded.
+      {R"({"mapSlice":"1","eTag":"F1","ack":true,"seqNum":"9","map":{"nodes":[)" + node +
+           R"([{"upstreamNodeId":{"id":8},"linkWidth":700,"lanes":[{"laneId":1}]},{"upstreamNodeId":{"id":9}}]}]}})",
+       R"(ACK seqNum=9 errorCode=1 errorDesc="NODE Link linkwidth")"},
+      // Rejected at the node.
+      {R"({"mapSlice":"1","eTag":"F2","ack":true,"seqNum":"10","map":{"nodes":[{"id":{"id":7},)"
+       R"("refPos":{"lon":121.16,"lat":95.0}}]}})",
+       R"(ACK seqNum=10 errorCode=1 errorDesc="NODE refPos latitude error")"},
+      // Without an eTag, still with its sequence number.
+      {R"({"mapSlice":"1","ack":true,"seqNum":"11","map":{"nodes":[]}})",
+       R"(ACK seqNum=11 errorCode=1 errorDesc="Etag error")"},
+  };
+  std::vector<std::string> args;
+  for (size_t i = 0; i < cases.size(); i++) {
+    args.push_back("--map");
+    args.push_back(writeDoc("doc" + std::to_string(i) + ".json", cases[i].doc));
+  }
+  args.insert(args.end(), {"--count", std::to_string(cases.size()), "--kind", "ack", "--timeout", "30"});
+  int rc = -1;
+  std::string out = sim(args, &rc);
+  EXPECT_EQ(rc, 0) << out;
+  for (const Case& c : cases) EXPECT_NE(out.find(c.ack), std::string::npos) << c.ack << "\n" << out;
+}
+
+// Also the communication software's status record, handled before the maps.
+TEST_F(CloudLinkProcess, OverlongRunIsDroppedAndTheServiceGoesOn) {
+  // 12000 bytes: the tenth sample overflows the 9999-byte buffer; the rest
+  // (1760 bytes) arrives as a message of its own and is not JSON.
+  std::string raw = writeDoc("long.txt", std::string(12000, 'x'));
+  int rc = -1;
+  std::string out = sim({"--commsoft-status", "5,2", "--raw", raw, "--gen", "1", "--etag", "after-" + device_,
+                         "--count", "1", "--kind", "ack", "--timeout", "30"},
+                        &rc);
+  EXPECT_EQ(rc, 0) << out;
+  EXPECT_NE(out.find("ACK seqNum=1 ok"), std::string::npos) << out;
+  std::string text = readFile(log());
+  EXPECT_NE(text.find("Map msg data is too long:10240"), std::string::npos);
+  EXPECT_NE(text.find("recv_total:1760"), std::string::npos);
+  // Another writer than the maps': no order between the two, so a bounded wait.
+  const std::string commsoft = "v2xcloud_ddsRecvCommSoft start recv:26";
+  for (int i = 0; i < 100 && readFile(log()).find(commsoft) == std::string::npos; i++) usleep(50000);
+  EXPECT_NE(readFile(log()).find(commsoft), std::string::npos);
+  EXPECT_EQ(count(out, "ACK "), 1u) << out;
+}
+
+}  // namespace
