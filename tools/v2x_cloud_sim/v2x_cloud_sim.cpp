@@ -500,7 +500,11 @@ int main(int argc, char** argv) {
 
   int rc = 0;
   if (o.commsoft) {
-    if (!waitMatched(t.statusOut, deadline)) {
+    // The status topic is shared by every RSU service on the domain: a match
+    // there may be another service. Wait for this device's own map reader
+    // first, so the record goes to the service meant (its endpoints are
+    // discovered together), then for the status reader.
+    if (!waitMatched(t.down, deadline) || !waitMatched(t.statusOut, deadline)) {
       std::printf("COMMSOFT no reader on %s\n", t.statusOut.c_str());
       rc = 1;
     } else {

@@ -36,6 +36,9 @@ constexpr int kMaxParticipantIndex = 40;
 // Samples taken per dds_take call.
 constexpr int32_t kTakeBatch = 32;
 
+// Longest wait, all writers together, for readers to acknowledge at exit.
+constexpr int kExitAckWaitMs = 1000;
+
 struct Object;
 
 struct Topic {
@@ -478,6 +481,16 @@ void destroy_dds(void* obj) {
   o->queueCv.notify_all();
   if (o->dispatcher.joinable()) o->dispatcher.join();
   if (o->participant > 0) {
+    // Give matched readers a moment to acknowledge what was written last, so
+    // a message sent just before leaving is not lost with the writer.
+    {
+      std::lock_guard<std::mutex> lock(o->cfgMutex);
+      const dds_time_t deadline = dds_time() + DDS_MSECS(kExitAckWaitMs);
+      for (auto& [name, t] : o->topics) {
+        const dds_duration_t left = deadline - dds_time();
+        if (t->writer > 0 && left > 0) (void)dds_wait_for_acks(t->writer, left);
+      }
+    }
     // Waits for a listener call in progress; it returns at once (stopping).
     dds_delete(o->participant);
     releaseDomain(o->domainId);
