@@ -28,17 +28,6 @@ v2x_ipc_config_t* ipcConf() {
   return g_ipc_conf;
 }
 
-void fillHead(uint8* buf, uint16 cmdType, uint32 packLen) {
-  auto* head = reinterpret_cast<v2xipc_dataHead*>(buf);
-  head->m_headFlag[0] = V2XIPC_HEAD_FLAG0;
-  head->m_headFlag[1] = V2XIPC_HEAD_FLAG1;
-  head->m_inc = V2XIPC_HEAD_INC;
-  head->m_direction = 0;
-  head->m_sendTime64 = v2xpub_CommGetCurrentTime64();
-  head->m_cmdType = cmdType;
-  head->m_packLen = static_cast<uint16>(packLen);
-  head->m_checkSum = 0;
-}
 
 // Sends the packet built in ipcBuff (head and a body of bodyLen bytes) to the
 // V2X protocol process and waits for its answer in recvData.
@@ -251,7 +240,7 @@ int32 v2xmapconv_PackMapRefreshAndSendData(int32_t opCode, v2xipc_mapRefresh_t* 
   uint8 ipcBuff[V2XIPC_BUFF_LEN] = {};
   uint32 bodyLen = 0;
   MapRefresh_fill(ipcBuff + kHeadLen, pmap_refresh_data, &bodyLen);
-  fillHead(ipcBuff, static_cast<uint16>(opCode), bodyLen);
+  v2xipc_FillDataHead(ipcBuff, static_cast<uint16>(opCode), bodyLen);
   uint8 recvBuff[V2XIPC_MSG_MAX];
   v2xpub_UdpSocketDataHead_t recvData{V2XIPC_MSG_MAX, recvBuff};
   int32 ret = exchangeWithStack(ipcBuff, bodyLen, &recvData);
@@ -268,7 +257,7 @@ void SendGetMapDataToAPP(void* arg) {
   uint8 ipcBuff[V2XIPC_BUFF_LEN] = {};
   uint32 bodyLen = 0;
   GetMapData_fill(ipcBuff + kHeadLen, &bodyLen);
-  fillHead(ipcBuff, V2XIPC_CMD_RSU_REQ, bodyLen);
+  v2xipc_FillDataHead(ipcBuff, V2XIPC_CMD_RSU_REQ, bodyLen);
   uint8 recvBuff[V2XIPC_MSG_MAX];
   v2xpub_UdpSocketDataHead_t recvData{V2XIPC_MSG_MAX, recvBuff};
   int32 ret = exchangeWithStack(ipcBuff, bodyLen, &recvData);

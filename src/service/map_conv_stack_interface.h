@@ -10,6 +10,7 @@
 
 #include "map_conv_types.h"
 #include "v2xipc.h"
+#include "v2xpub.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -49,6 +50,20 @@ typedef struct __attribute__((packed)) v2xipc_dataHead {
   uint8 m_pack[];
 } v2xipc_dataHead;
 V2X_STATIC_ASSERT(sizeof(v2xipc_dataHead) == 17, "v2xipc_dataHead is 17 bytes on the wire");
+
+/* Fills the head of a packet built in buf: flag, inc 4, direction 0, the
+ * current time, the command and the body length; no checksum. */
+static inline void v2xipc_FillDataHead(uint8* buf, uint16 cmdType, uint32 packLen) {
+  v2xipc_dataHead* head = (v2xipc_dataHead*)buf;
+  head->m_headFlag[0] = V2XIPC_HEAD_FLAG0;
+  head->m_headFlag[1] = V2XIPC_HEAD_FLAG1;
+  head->m_inc = V2XIPC_HEAD_INC;
+  head->m_direction = 0;
+  head->m_sendTime64 = v2xpub_CommGetCurrentTime64();
+  head->m_cmdType = cmdType;
+  head->m_packLen = (uint16)packLen;
+  head->m_checkSum = 0;
+}
 
 typedef struct __attribute__((packed)) v2xipc_rsuData {
   int32 m_dataType;

@@ -106,11 +106,6 @@ int main(int argc, char** argv) {
   std::vector<uint8> request(kHeadLen + kCmdLen + sizeof(v2xipc_logData), 0);
   auto* head = reinterpret_cast<v2xipc_dataHead*>(request.data());
   auto* cmd = reinterpret_cast<v2xipc_logCmd*>(head->m_pack);
-  head->m_headFlag[0] = V2XIPC_HEAD_FLAG0;
-  head->m_headFlag[1] = V2XIPC_HEAD_FLAG1;
-  head->m_inc = V2XIPC_HEAD_INC;
-  head->m_sendTime64 = v2xpub_CommGetCurrentTime64();
-  head->m_cmdType = V2XIPC_CMD_LOG_REQ;
   uint32 packLen = kCmdLen;
   if (o.set) {
     v2xipc_logData entry{};
@@ -123,7 +118,7 @@ int main(int argc, char** argv) {
   } else {
     cmd->m_logCmd = V2XIPC_LOG_READ;
   }
-  head->m_packLen = static_cast<uint16>(packLen);
+  v2xipc_FillDataHead(request.data(), V2XIPC_CMD_LOG_REQ, packLen);
 
   std::vector<uint8> reply(V2XIPC_MSG_MAX, 0);
   v2xpub_UdpSocketDataHead_t send{static_cast<int16>(kHeadLen + packLen), request.data()};

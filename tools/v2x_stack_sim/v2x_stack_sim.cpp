@@ -83,17 +83,6 @@ std::vector<std::string> mapFiles() {
   return names;
 }
 
-void fillHead(uint8* buf, uint16 cmdType, uint32 packLen) {
-  auto* head = reinterpret_cast<v2xipc_dataHead*>(buf);
-  head->m_headFlag[0] = V2XIPC_HEAD_FLAG0;
-  head->m_headFlag[1] = V2XIPC_HEAD_FLAG1;
-  head->m_inc = V2XIPC_HEAD_INC;
-  head->m_direction = 0;
-  head->m_sendTime64 = v2xpub_CommGetCurrentTime64();
-  head->m_cmdType = cmdType;
-  head->m_packLen = static_cast<uint16>(packLen);
-  head->m_checkSum = 0;
-}
 
 // Builds a command-21 answer of the given data type with the maps in reply;
 // returns the packet length.
@@ -123,7 +112,7 @@ uint32 buildAnswer(uint8* reply, int32 dataType, const std::vector<std::string>&
   body->m_dataLen = static_cast<uint16>(used);
   body->m_checkSum = 0;
   const uint32 packLen = static_cast<uint32>(sizeof(v2xipc_rsuData)) + used;
-  fillHead(reply, V2XIPC_CMD_RSU_RESP, packLen);
+  v2xipc_FillDataHead(reply, V2XIPC_CMD_RSU_RESP, packLen);
   *mapCount = n;
   return static_cast<uint32>(sizeof(v2xipc_dataHead)) + packLen;
 }
