@@ -28,7 +28,6 @@ v2x_ipc_config_t* ipcConf() {
   return g_ipc_conf;
 }
 
-
 // Sends the packet built in ipcBuff (head and a body of bodyLen bytes) to the
 // V2X protocol process and waits for its answer in recvData.
 int32 exchangeWithStack(uint8* ipcBuff, uint32 bodyLen, v2xpub_UdpSocketDataHead_t* recvData) {

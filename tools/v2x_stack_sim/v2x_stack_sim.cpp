@@ -83,7 +83,6 @@ std::vector<std::string> mapFiles() {
   return names;
 }
 
-
 // Builds a command-21 answer of the given data type with the maps in reply;
 // returns the packet length.
 uint32 buildAnswer(uint8* reply, int32 dataType, const std::vector<std::string>& maps, int* mapCount) {
