@@ -38,6 +38,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <source_location>
+#include <type_traits>
 
 #include "map_conv_config.h"
 #include "map_conv_deamon.h"
@@ -255,6 +256,50 @@ int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeRefe
   if (item == nullptr) return report(caller, missing);
   GetNodeReferenceIDFromJson(item, id);
   return 0;
+}
+
+// How an array walk fails: an item the array does not give (the text is
+// followed by the array's size), an element that cannot be allocated, one that
+// cannot be appended.
+struct ElementFaults {
+  Fault missing;
+  Fault noMemory;
+  Fault notAdded;
+};
+
+constexpr Fault kNotAdded = {"ASN_SEQUENCE_ADD faild \n", -4};
+
+// Reads each item of array (null: none) into a new element appended to set.
+// The first failing element ends the walk and is released; the elements
+// before it stay.
+template <typename Set, typename ReadOne>
+int32 readElements(const Caller& caller, cJSON* array, Set* set, asn_TYPE_descriptor_t& td, const ElementFaults& faults,
+                   ReadOne readOne) {
+  using Element = std::remove_pointer_t<std::remove_pointer_t<decltype(set->array)>>;
+  if (array == nullptr) return 0;
+  int32 ret = 0;
+  int count = cJSON_GetArraySize(array);
+  for (int i = 0; i < count && ret == 0; ++i) {
+    cJSON* item = cJSON_GetArrayItem(array, i);
+    if (item == nullptr) {
+      say(caller, 2, "%s%d", faults.missing.text, count);
+      return faults.missing.ret;
+    }
+    Element* element = newRecord<Element>();
+    if (element == nullptr) return report(caller, faults.noMemory);
+    if ((ret = readOne(item, element)) == 0 && asn_set_add(set, element) != 0) ret = report(caller, faults.notAdded);
+    if (ret != 0) dropRecord(td, element);
+  }
+  return ret;
+}
+
+// An array (null: absent) read into the optional list record *list.
+template <typename List, typename ReadOne>
+int32 readList(const Caller& caller, cJSON* array, List** list, const Fault& noList, asn_TYPE_descriptor_t& td,
+               const ElementFaults& faults, ReadOne readOne) {
+  return withRecord(caller, array, list, noList, [&](cJSON* found, List* record) {
+    return readElements(caller, found, &record->list, td, faults, readOne);
+  });
 }
 
 // ---------------------------------------------------------------- records
@@ -482,29 +527,12 @@ int32 GetNodesFromJson(cJSON* json, MapData* map) {
   if (json == nullptr || map == nullptr) {
     ret = -2;
   } else if ((nodes = cJSON_GetObjectItem(json, "nodes")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Parse nodes error!");
-    ret = -3;
+    ret = report(__func__, {"Parse nodes error!", -3});
   } else {
-    int count = cJSON_GetArraySize(nodes);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(nodes, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get nodes item error,nodes_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Node_t* node = newRecord<Node_t>();
-      if (node == nullptr) {
-        V2XLOG(&g_curTag, 2, "node calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = readNode(item, node)) == 0 && asn_set_add(&map->nodes.list, node) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD failed!");
-        ret = -4;
-      }
-      if (ret != 0) dropRecord(asn_DEF_Node, node);
-    }
+    ret = readElements(
+        __func__, nodes, &map->nodes.list, asn_DEF_Node,
+        {{"Get nodes item error,nodes_count:", -2}, {"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
+        readNode);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -557,33 +585,12 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
   if (json == nullptr || node == nullptr) {
     ret = -2;
   } else if ((links = cJSON_GetObjectItem(json, "inLinks")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get inLinks item failed!");
-    ret = -3;
-  } else if (node->inLinks == nullptr && (node->inLinks = newRecord<LinkList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
-    ret = -2;
+    ret = report(__func__, {"Get inLinks item failed!", -3});
   } else {
-    int count = cJSON_GetArraySize(links);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(links, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get links item error,links_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Link_t* link = newRecord<Link_t>();
-      if (link == nullptr) {
-        V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = readLink(item, link)) == 0 && asn_set_add(&node->inLinks->list, link) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -4;
-      }
-      // A dropped link ends the node's list; the links before it stay.
-      if (ret != 0) dropRecord(asn_DEF_Link, link);
-    }
+    // A dropped link ends the node's list; the links before it stay.
+    ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
+                   {{"Get links item error,links_count:", -2}, {"node->inLinks calloc failed!", -2}, kNotAdded},
+                   readLink);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -608,36 +615,14 @@ int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
 
 int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* limits = nullptr;
-  if (json == nullptr || speedLimits == nullptr) {
-    ret = -2;
-  } else if ((limits = cJSON_GetObjectItem(json, "speedLimits")) == nullptr) {
-    ret = 0;
-  } else if (*speedLimits == nullptr && (*speedLimits = newRecord<SpeedLimitList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "speedLimits calloc failed!");
-    ret = -9;
-  } else {
-    int count = cJSON_GetArraySize(limits);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(limits, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get speedLimits item error,speedLimits_count:%d", count);
-        ret = -8;
-        break;
-      }
-      RegulatorySpeedLimit_t* limit = newRecord<RegulatorySpeedLimit_t>();
-      if (limit == nullptr) {
-        V2XLOG(&g_curTag, 2, "speedLimit calloc failed!");
-        ret = -6;
-        break;
-      }
-      if ((ret = readSpeedLimit(item, limit)) == 0 && asn_set_add(&(*speedLimits)->list, limit) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -7;
-      }
-      if (ret != 0) dropRecord(asn_DEF_RegulatorySpeedLimit, limit);
-    }
+  int32 ret = -2;
+  if (json != nullptr && speedLimits != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "speedLimits"), speedLimits, {"speedLimits calloc failed!", -9},
+                   asn_DEF_RegulatorySpeedLimit,
+                   {{"Get speedLimits item error,speedLimits_count:", -8},
+                    {"speedLimit calloc failed!", -6},
+                    {"ASN_SEQUENCE_ADD faild \n", -7}},
+                   readSpeedLimit);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -670,39 +655,16 @@ int32 GetLinkWidthFromLinkJson(cJSON* json, Link* link) {
 
 int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* movements = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((movements = cJSON_GetObjectItem(json, "movements")) == nullptr) {
-    ret = 0;
-  } else if (link->movements == nullptr && (link->movements = newRecord<MovementList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->movements calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(movements);
-    for (int i = 0; i < count; ++i) {
-      cJSON* item = cJSON_GetArrayItem(movements, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get movements item error,movements_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Movement_t* movement = newRecord<Movement_t>();
-      if (movement == nullptr) {
-        V2XLOG(&g_curTag, 2, "movement calloc failed!");
-        ret = -2;
-        break;
-      }
-      GetRemoteIntersectionFromMovementJson(item, movement);
-      GetPhaseIdFromMovementJson(item, movement);
-      if (asn_set_add(&link->movements->list, movement) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        dropRecord(asn_DEF_Movement, movement);
-        ret = -4;
-        break;
-      }
-    }
+  int32 ret = -2;
+  if (json != nullptr && link != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "movements"), &link->movements,
+                   {"link->movements calloc failed!", -2}, asn_DEF_Movement,
+                   {{"Get movements item error,movements_count:", -2}, {"movement calloc failed!", -2}, kNotAdded},
+                   [](cJSON* item, Movement_t* movement) {
+                     GetRemoteIntersectionFromMovementJson(item, movement);
+                     GetPhaseIdFromMovementJson(item, movement);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -746,46 +708,24 @@ int32 GetTimeStampFromJson(cJSON* json, MapData* map) {
 
 int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* lanes = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((lanes = cJSON_GetObjectItem(json, "lanes")) == nullptr) {
-    ret = 0;
-  } else {
-    int count = cJSON_GetArraySize(lanes);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(lanes, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get lanes item error,lanes_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Lane_t* lan = newRecord<Lane_t>();
-      if (lan == nullptr) {
-        V2XLOG(&g_curTag, 2, "lan calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = GetLaneIdFromLaneJson(item, lan)) != 0) {
-        // The link reader records its own code over this one.
-        v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_LANEID);
-        V2XLOG(&g_curTag, 2, "GetLanesFromLinkJson return failed!");
-      } else {
-        // Everything else in a lane only records a code; the lane is kept.
-        GetLaneWidthFromLaneJson(item, lan);
-        GetLaneAttributesFromLaneJson(item, lan);
-        GetManeuversFromJson(item, &lan->maneuvers);
-        GetConnectsToFromLaneJson(item, lan);
-        GetSpeedLimitsFromJson(item, &lan->speedLimits);
-        GetPointsFromJson(item, &lan->points);
-        if (asn_set_add(&link->lanes.list, lan) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      if (ret != 0) dropRecord(asn_DEF_Lane, lan);
-    }
+  int32 ret = -2;
+  if (json != nullptr && link != nullptr) {
+    ret = readElements(__func__, cJSON_GetObjectItem(json, "lanes"), &link->lanes.list, asn_DEF_Lane,
+                       {{"Get lanes item error,lanes_count:", -2}, {"lan calloc failed!", -2}, kNotAdded},
+                       [reader = __func__](cJSON* item, Lane_t* lan) {
+                         // The link reader records its own code over this one.
+                         int32 laneRet = checked(reader, GetLaneIdFromLaneJson(item, lan),
+                                                 "GetLanesFromLinkJson return failed!", ERROR_CODE_LINK_LANES_LANEID);
+                         if (laneRet != 0) return laneRet;
+                         // Everything else in a lane only records a code; the lane is kept.
+                         GetLaneWidthFromLaneJson(item, lan);
+                         GetLaneAttributesFromLaneJson(item, lan);
+                         GetManeuversFromJson(item, &lan->maneuvers);
+                         GetConnectsToFromLaneJson(item, lan);
+                         GetSpeedLimitsFromJson(item, &lan->speedLimits);
+                         GetPointsFromJson(item, &lan->points);
+                         return 0;
+                       });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -936,43 +876,20 @@ int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
 
 int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* connects = nullptr;
-  if (json == nullptr || lan == nullptr) {
-    ret = -2;
-  } else if ((connects = cJSON_GetObjectItem(json, "connectsTo")) == nullptr) {
-    ret = 0;
-  } else if (lan->connectsTo == nullptr && (lan->connectsTo = newRecord<ConnectsToList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "lan->connectsTo calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(connects);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(connects, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get connection item error,ConnectsTo_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Connection_t* connt = newRecord<Connection_t>();
-      if (connt == nullptr) {
-        V2XLOG(&g_curTag, 2, "connection calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = GetRemoteIntersectionFromConnectionJson(item, connt)) != 0) {
-        V2XLOG(&g_curTag, 2, "GetRemoteIntersectionFromConnectionJson return failed!");
-      } else {
-        GetConnectingLaneFromConnectionJson(item, connt);
-        GetPhaseIdFromConnectionJson(item, connt);
-        if (asn_set_add(&lan->connectsTo->list, connt) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      // A connection without its remote intersection ends the list; the lane stays.
-      if (ret != 0) dropRecord(asn_DEF_Connection, connt);
-    }
+  int32 ret = -2;
+  if (json != nullptr && lan != nullptr) {
+    // A connection without its remote intersection ends the list; the lane stays.
+    ret = readList(__func__, cJSON_GetObjectItem(json, "connectsTo"), &lan->connectsTo,
+                   {"lan->connectsTo calloc failed!", -2}, asn_DEF_Connection,
+                   {{"Get connection item error,ConnectsTo_count:", -2}, {"connection calloc failed!", -2}, kNotAdded},
+                   [reader = __func__](cJSON* item, Connection_t* connt) {
+                     int32 connRet = checked(reader, GetRemoteIntersectionFromConnectionJson(item, connt),
+                                             "GetRemoteIntersectionFromConnectionJson return failed!");
+                     if (connRet != 0) return connRet;
+                     GetConnectingLaneFromConnectionJson(item, connt);
+                     GetPhaseIdFromConnectionJson(item, connt);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1042,36 +959,14 @@ int32 Bitstring2Hex(int64* num, const char* bitstr) {
 
 int32 GetPointsFromJson(cJSON* json, PointList** points) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* list = nullptr;
-  if (json == nullptr || points == nullptr) {
-    ret = -2;
-  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr) {
-    ret = 0;
-  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
-    ret = -12;
-  } else {
-    int count = cJSON_GetArraySize(list);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(list, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
-        ret = -11;
-        break;
-      }
-      RoadPoint_t* point = newRecord<RoadPoint_t>();
-      if (point == nullptr) {
-        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
-        ret = -9;
-        break;
-      }
-      if ((ret = readAbsolutePoint(item, point)) == 0 && asn_set_add(&(*points)->list, point) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -10;
-      }
-      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
-    }
+  int32 ret = -2;
+  if (json != nullptr && points != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "points"), points, {"link->points calloc failed!", -12},
+                   asn_DEF_RoadPoint,
+                   {{"Get points item error,points_count:", -11},
+                    {"road_point calloc failed!", -9},
+                    {"ASN_SEQUENCE_ADD faild \n", -10}},
+                   readAbsolutePoint);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1079,54 +974,27 @@ int32 GetPointsFromJson(cJSON* json, PointList** points) {
 
 int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* refPos) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* list = nullptr;
-  if (json == nullptr || points == nullptr || refPos == nullptr) {
-    ret = -2;
-  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr || cJSON_IsNull(list)) {
-    ret = 0;
-  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(list);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(list, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
-        ret = -2;
-        break;
-      }
-      RoadPoint_t* point = newRecord<RoadPoint_t>();
-      if (point == nullptr) {
-        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
-        ret = -2;
-        break;
-      }
-      c_pos3D_t pos{};
-      pos.posIsValid = true;
-      const cJSON* lon = cJSON_GetObjectItem(item, "lon");
-      const cJSON* lat = cJSON_GetObjectItem(item, "lat");
-      const cJSON* ele = cJSON_GetObjectItem(item, "ele");
-      if (lon == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points->lon item failed!");
-        ret = -3;
-      } else if (lat == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points->lat item failed!");
-        ret = -3;
-      } else {
-        pos.lon = lon->valuedouble;
-        pos.lat = lat->valuedouble;
-        pos.elevIsValid = ele != nullptr;
-        if (ele != nullptr) pos.elevation = ele->valuedouble;
-        setPosOffsetLLV(&pos, refPos, &point->posOffset);
-        if (asn_set_add(&(*points)->list, point) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
-    }
+  int32 ret = -2;
+  if (json != nullptr && points != nullptr && refPos != nullptr) {
+    cJSON* list = cJSON_GetObjectItem(json, "points");
+    ret = readList(__func__, cJSON_IsNull(list) ? nullptr : list, points, {"link->points calloc failed!", -2},
+                   asn_DEF_RoadPoint,
+                   {{"Get points item error,points_count:", -2}, {"road_point calloc failed!", -2}, kNotAdded},
+                   [reader = __func__, refPos](cJSON* item, RoadPoint_t* point) {
+                     const cJSON* lon = cJSON_GetObjectItem(item, "lon");
+                     const cJSON* lat = cJSON_GetObjectItem(item, "lat");
+                     const cJSON* ele = cJSON_GetObjectItem(item, "ele");
+                     if (lon == nullptr) return report(reader, {"Get points->lon item failed!", -3});
+                     if (lat == nullptr) return report(reader, {"Get points->lat item failed!", -3});
+                     c_pos3D_t pos{};
+                     pos.posIsValid = true;
+                     pos.lon = lon->valuedouble;
+                     pos.lat = lat->valuedouble;
+                     pos.elevIsValid = ele != nullptr;
+                     if (ele != nullptr) pos.elevation = ele->valuedouble;
+                     setPosOffsetLLV(&pos, refPos, &point->posOffset);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
