@@ -33,9 +33,12 @@
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <source_location>
+#include <type_traits>
 
 #include "map_conv_config.h"
 #include "map_conv_deamon.h"
@@ -146,6 +149,161 @@ int32 newBitString(long value, int8 bits, BIT_STRING_t** target) {
   return 0;
 }
 
+long degreesView(const cJSON* item) { return scaleTrunc(item->valuedouble, kDegreeScale); }
+long metresView(const cJSON* item) { return scaleTrunc(item->valuedouble, kMetreScale); }
+long wholeView(const cJSON* item) { return scaleTrunc(item->valuedouble, 1.0); }
+
+using View = long (*)(const cJSON*);
+
+// ---------------------------------------------------------------- shared reading steps
+//
+// The steps below do the work of the named readers. Their log lines carry the
+// name of the reader they work for (and the line of the call), as if that
+// reader had written them: the log is searched by the reader names.
+
+struct Caller {
+  // Implicit on purpose: a reader passes __func__ and the call's line comes along.
+  Caller(const char* reader, std::source_location at = std::source_location::current())
+      : name(reader), line(static_cast<int>(at.line())) {}
+  const char* name;
+  int line;
+};
+
+void say(const Caller& caller, int32 level, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+void say(const Caller& caller, int32 level, const char* fmt, ...) {
+  if (!v2xlog_IsEnabled(&g_curTag, level)) return;
+  char text[V2XLOG_LINE_MAX];
+  va_list args;
+  va_start(args, fmt);
+  std::vsnprintf(text, sizeof(text), fmt, args);
+  va_end(args);
+  v2xlog_Print(&g_curTag, level, "%s:%s:%d:%s", __FILE__, caller.name, caller.line, text);
+}
+
+constexpr int32 kNoCode = -1;
+
+// One way a step fails: the error line, the result, and the download error
+// code recorded before the line (if any).
+struct Fault {
+  const char* text;
+  int32 ret;
+  int32 code = kNoCode;
+};
+
+int32 report(const Caller& caller, const Fault& fault) {
+  if (fault.code != kNoCode) v2xmapconv_SetErrorCode(fault.code);
+  say(caller, 2, "%s", fault.text);
+  return fault.ret;
+}
+
+// A sub-reader's result; a failure is reported and passed on as it is.
+int32 checked(const Caller& caller, int32 ret, const char* text, int32 code = kNoCode) {
+  return ret == 0 ? 0 : report(caller, {text, ret, code});
+}
+
+// The range check of a message-set type, and how a value outside it is
+// reported. The value stays in the record either way. No check: anything goes.
+struct Bound {
+  asn_constr_check_f* check;
+  Fault outside;
+};
+
+int32 checkBound(const Caller& caller, const Bound& bound, const long* value) {
+  if (bound.check == nullptr || bound.check(nullptr, value, nullptr, nullptr) == 0) return 0;
+  return report(caller, bound.outside);
+}
+
+// A number the reader needs under key, viewed into *target and range-checked.
+// *real, when given, gets the value as sent.
+int32 readNumber(const Caller& caller, cJSON* json, const char* key, long* target, const Fault& missing,
+                 View view = intView, const Bound& bound = {}, double* real = nullptr) {
+  const cJSON* item = cJSON_GetObjectItem(json, key);
+  if (item == nullptr) return report(caller, missing);
+  if (real != nullptr) *real = item->valuedouble;
+  *target = view(item);
+  return checkBound(caller, bound, target);
+}
+
+// Allocates the optional record *field when it is still empty.
+template <typename T>
+bool ensureRecord(T** field) {
+  if (*field == nullptr) *field = newRecord<T>();
+  return *field != nullptr;
+}
+
+// An optional item: when present, read(item, record) fills the optional
+// record *field, allocated first if needed. An absent item changes nothing.
+template <typename T, typename Read>
+int32 withRecord(const Caller& caller, cJSON* item, T** field, const Fault& noMemory, Read read) {
+  if (item == nullptr) return 0;
+  if (!ensureRecord(field)) return report(caller, noMemory);
+  return read(item, *field);
+}
+
+// An optional number (item may be null) into the optional field *field.
+int32 readOptionalNumber(const Caller& caller, cJSON* item, long** field, const Fault& noMemory, View view = intView,
+                         const Bound& bound = {}) {
+  return withRecord(caller, item, field, noMemory, [&](const cJSON* found, long* value) {
+    *value = view(found);
+    return checkBound(caller, bound, value);
+  });
+}
+
+// A node reference the reader needs under key. A reference without its own
+// "id" keeps 0; its holder is still read.
+int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing) {
+  cJSON* item = cJSON_GetObjectItem(json, key);
+  if (item == nullptr) return report(caller, missing);
+  GetNodeReferenceIDFromJson(item, id);
+  return 0;
+}
+
+// How an array walk fails: an item the array does not give (the text is
+// followed by the array's size), an element that cannot be allocated, one that
+// cannot be appended.
+struct ElementFaults {
+  Fault missing;
+  Fault noMemory;
+  Fault notAdded;
+};
+
+constexpr Fault kNotAdded = {"ASN_SEQUENCE_ADD faild \n", -4};
+
+// Reads each item of array (null: none) into a new element appended to set.
+// The first failing element ends the walk and is released; the elements
+// before it stay.
+template <typename Set, typename ReadOne>
+int32 readElements(const Caller& caller, cJSON* array, Set* set, asn_TYPE_descriptor_t& td, const ElementFaults& faults,
+                   ReadOne readOne) {
+  using Element = std::remove_pointer_t<std::remove_pointer_t<decltype(set->array)>>;
+  if (array == nullptr) return 0;
+  int32 ret = 0;
+  int count = cJSON_GetArraySize(array);
+  for (int i = 0; i < count && ret == 0; ++i) {
+    cJSON* item = cJSON_GetArrayItem(array, i);
+    if (item == nullptr) {
+      say(caller, 2, "%s%d", faults.missing.text, count);
+      return faults.missing.ret;
+    }
+    Element* element = newRecord<Element>();
+    if (element == nullptr) return report(caller, faults.noMemory);
+    if ((ret = readOne(item, element)) == 0 && asn_set_add(set, element) != 0) ret = report(caller, faults.notAdded);
+    if (ret != 0) dropRecord(td, element);
+  }
+  return ret;
+}
+
+// An array (null: absent) read into the optional list record *list.
+template <typename List, typename ReadOne>
+int32 readList(const Caller& caller, cJSON* array, List** list, const Fault& noList, asn_TYPE_descriptor_t& td,
+               const ElementFaults& faults, ReadOne readOne) {
+  return withRecord(caller, array, list, noList, [&](cJSON* found, List* record) {
+    return readElements(caller, found, &record->list, td, faults, readOne);
+  });
+}
+
+// ---------------------------------------------------------------- records
+
 // The name of a node or link: the text's bytes without terminator.
 int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
   const cJSON* item = cJSON_GetObjectItem(json, "name");
@@ -156,13 +314,14 @@ int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
   }
   size_t len = std::strlen(item->valuestring);
   DescriptiveName_t* record = newRecord<DescriptiveName_t>();
-  if (record == nullptr) {
-    V2XLOG(&g_curTag, 2, "%s->name calloc failed!", what);
-    return -2;
+  if (record != nullptr) {
+    record->buf = static_cast<uint8_t*>(std::malloc(len > 0 ? len : 1));
+    if (record->buf == nullptr) {
+      std::free(record);
+      record = nullptr;
+    }
   }
-  record->buf = static_cast<uint8_t*>(std::malloc(len > 0 ? len : 1));
-  if (record->buf == nullptr) {
-    std::free(record);
+  if (record == nullptr) {
     V2XLOG(&g_curTag, 2, "%s->name calloc failed!", what);
     return -2;
   }
@@ -177,178 +336,87 @@ int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
 // position that the link reader carries.
 int32 readRefPos(cJSON* json, Node_t* node, c_pos3D_t* refPos) {
   cJSON* pos = cJSON_GetObjectItem(json, "refPos");
-  if (pos == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS);
-    V2XLOG(&g_curTag, 2, "Get refPos item failed!");
-    return -9;
-  }
+  if (pos == nullptr) return report(__func__, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
   refPos->posIsValid = true;
-
-  const cJSON* lon = cJSON_GetObjectItem(pos, "lon");
-  if (lon == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LON);
-    V2XLOG(&g_curTag, 2, "Get refPos->lon item failed!");
-    return -4;
-  }
-  refPos->lon = lon->valuedouble;
-  node->refPos.Long = scaleTrunc(lon->valuedouble, kDegreeScale);
-  if (Longitude_constraint(nullptr, &node->refPos.Long, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LON);
-    V2XLOG(&g_curTag, 2, "error: longitude out of range");
-    return -3;
-  }
-
-  const cJSON* lat = cJSON_GetObjectItem(pos, "lat");
-  if (lat == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LAT);
-    V2XLOG(&g_curTag, 2, "Get refPos->lat item failed!");
-    return -6;
-  }
-  refPos->lat = lat->valuedouble;
-  node->refPos.lat = scaleTrunc(lat->valuedouble, kDegreeScale);
-  if (Latitude_constraint(nullptr, &node->refPos.lat, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_LAT);
-    V2XLOG(&g_curTag, 2, "error: latitude out of range");
-    return -5;
-  }
-
-  const cJSON* ele = cJSON_GetObjectItem(pos, "ele");
-  if (ele == nullptr) {
-    refPos->elevIsValid = false;
-    return 0;
-  }
-  refPos->elevIsValid = true;
-  refPos->elevation = ele->valuedouble;
-  if (node->refPos.elevation == nullptr) node->refPos.elevation = newRecord<Elevation_t>();
-  if (node->refPos.elevation == nullptr) {
-    V2XLOG(&g_curTag, 2, "refPos.elevation calloc failed");
-    return -8;
-  }
-  *node->refPos.elevation = scaleTrunc(ele->valuedouble, kMetreScale);
-  if (Elevation_constraint(nullptr, node->refPos.elevation, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_REFPOS_ELE);
-    V2XLOG(&g_curTag, 2, "error: elevation out of range");
-    return -7;
-  }
-  return 0;
+  int32 ret = readNumber(__func__, pos, "lon", &node->refPos.Long,
+                         {"Get refPos->lon item failed!", -4, ERROR_CODE_NODE_REFPOS_LON}, degreesView,
+                         {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_NODE_REFPOS_LON}},
+                         &refPos->lon);
+  if (ret != 0) return ret;
+  ret =
+      readNumber(__func__, pos, "lat", &node->refPos.lat,
+                 {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT}, degreesView,
+                 {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}}, &refPos->lat);
+  if (ret != 0) return ret;
+  cJSON* ele = cJSON_GetObjectItem(pos, "ele");
+  refPos->elevIsValid = ele != nullptr;
+  if (ele != nullptr) refPos->elevation = ele->valuedouble;
+  return readOptionalNumber(__func__, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
+                            {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_NODE_REFPOS_ELE}});
 }
 
 // One node: identity and reference position decide; its links never reject it.
 int32 readNode(cJSON* item, Node_t* node) {
   c_pos3D_t refPos{};
   GetNameFromNodesJson(item, node);
-  int32 ret = GetIdFromNodesJson(item, node);
-  if (ret != 0) {
-    V2XLOG(&g_curTag, 2, "GetIdFromNodesJson return failed!");
-    return ret;
-  }
-  ret = GetRefPosFromNodesJson(item, node, &refPos);
-  if (ret != 0) {
-    V2XLOG(&g_curTag, 2, "GetRefPosFromNodesJson return failed!");
-    return ret;
-  }
+  int32 ret = checked(__func__, GetIdFromNodesJson(item, node), "GetIdFromNodesJson return failed!");
+  if (ret == 0)
+    ret = checked(__func__, GetRefPosFromNodesJson(item, node, &refPos), "GetRefPosFromNodesJson return failed!");
   // The node keeps the links read before a faulty one.
-  GetInLinksFromNodesJson(item, node, &refPos);
-  return 0;
+  if (ret == 0) GetInLinksFromNodesJson(item, node, &refPos);
+  return ret;
 }
 
 // One link; upstream node, width and lanes decide, the rest only record codes.
 int32 readLink(cJSON* item, Link_t* link) {
   GetNameFromLinkJson(item, link);
-  int32 ret = GetUpstreamNodeIdFromLinkJson(item, link);
-  if (ret != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_UPSTREAMNODEID);
-    V2XLOG(&g_curTag, 2, "GetUpstreamNodeIdFromLinkJson return failed!");
-    return ret;
-  }
+  int32 ret = checked(__func__, GetUpstreamNodeIdFromLinkJson(item, link),
+                      "GetUpstreamNodeIdFromLinkJson return failed!", ERROR_CODE_LINK_UPSTREAMNODEID);
+  if (ret != 0) return ret;
   GetSpeedLimitsFromJson(item, &link->speedLimits);
-  ret = GetLinkWidthFromLinkJson(item, link);
-  if (ret != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LINKWIDTH);
-    V2XLOG(&g_curTag, 2, "GetLinkWidthFromLinkJson return failed!");
-    return ret;
-  }
+  ret = checked(__func__, GetLinkWidthFromLinkJson(item, link), "GetLinkWidthFromLinkJson return failed!",
+                ERROR_CODE_LINK_LINKWIDTH);
+  if (ret != 0) return ret;
   GetPointsFromJson(item, &link->points);
   GetMovementsFromLinkJson(item, link);
-  ret = GetLanesFromLinkJson(item, link);
-  if (ret != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES);
-    V2XLOG(&g_curTag, 2, "GetLanesFromLinkJson return failed!");
-  }
-  return ret;
+  return checked(__func__, GetLanesFromLinkJson(item, link), "GetLanesFromLinkJson return failed!",
+                 ERROR_CODE_LINK_LANES);
 }
 
 int32 readSpeedLimit(cJSON* item, RegulatorySpeedLimit_t* limit) {
   const cJSON* type = cJSON_GetObjectItem(item, "type");
-  if (type == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
-    V2XLOG(&g_curTag, 2, "Get speedLimit->type item failed!");
-    return -3;
-  }
+  if (type == nullptr) return report(__func__, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
   if (cJSON_IsString(type)) {
     GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
   } else if (cJSON_IsNumber(type)) {
     limit->type = intView(type);  // the enumeration value as sent
   }
-  const cJSON* speed = cJSON_GetObjectItem(item, "speed");
-  if (speed == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
-    V2XLOG(&g_curTag, 2, "Get speedLimit->speed item failed!");
-    return -5;
-  }
-  limit->speed = intView(speed);
-  if (Speed_constraint(nullptr, &limit->speed, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_SPEEDLIMIT);
-    V2XLOG(&g_curTag, 2, "error: speed out of range");
-    return -4;
-  }
-  return 0;
+  return readNumber(__func__, item, "speed", &limit->speed,
+                    {"Get speedLimit->speed item failed!", -5, ERROR_CODE_LINK_SPEEDLIMIT}, intView,
+                    {Speed_constraint, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
 }
 
 // One point as an absolute position: "lon", "lat" and the optional "ele".
 int32 readAbsolutePoint(cJSON* item, RoadPoint_t* point) {
   point->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LatLon;
   Position_LLmD_64b_t& ll = point->posOffset.offsetLL.choice.position_LatLon;
-  const cJSON* lon = cJSON_GetObjectItem(item, "lon");
-  if (lon == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LON);
-    V2XLOG(&g_curTag, 2, "Get points->lon item failed!");
-    return -4;
-  }
-  ll.lon = scaleTrunc(lon->valuedouble, kDegreeScale);
-  if (Longitude_constraint(nullptr, &ll.lon, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LON);
-    V2XLOG(&g_curTag, 2, "error: longitude out of range");
-    return -3;
-  }
-  const cJSON* lat = cJSON_GetObjectItem(item, "lat");
-  if (lat == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LAT);
-    V2XLOG(&g_curTag, 2, "Get points->lat item failed!");
-    return -6;
-  }
-  ll.lat = scaleTrunc(lat->valuedouble, kDegreeScale);
-  if (Latitude_constraint(nullptr, &ll.lat, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_LAT);
-    V2XLOG(&g_curTag, 2, "error: latitude out of range");
-    return -5;
-  }
-  const cJSON* ele = cJSON_GetObjectItem(item, "ele");
-  if (ele == nullptr) return 0;
-  VerticalOffset_t* v = newRecord<VerticalOffset_t>();
-  if (v == nullptr) {
-    V2XLOG(&g_curTag, 2, "road_point->posOffset.offsetV calloc failed!");
-    return -8;
-  }
-  point->posOffset.offsetV = v;
-  v->present = VerticalOffset_PR_elevation;
-  v->choice.elevation = scaleTrunc(ele->valuedouble, kMetreScale);
-  if (Elevation_constraint(nullptr, &v->choice.elevation, nullptr, nullptr) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_POINTS_ELE);
-    V2XLOG(&g_curTag, 2, "error: elevation out of range");
-    return -7;
-  }
-  return 0;
+  int32 ret = readNumber(
+      __func__, item, "lon", &ll.lon, {"Get points->lon item failed!", -4, ERROR_CODE_LINK_LANES_POINTS_LON},
+      degreesView, {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_LINK_LANES_POINTS_LON}});
+  if (ret != 0) return ret;
+  ret = readNumber(__func__, item, "lat", &ll.lat,
+                   {"Get points->lat item failed!", -6, ERROR_CODE_LINK_LANES_POINTS_LAT}, degreesView,
+                   {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_LINK_LANES_POINTS_LAT}});
+  if (ret != 0) return ret;
+  return withRecord(
+      __func__, cJSON_GetObjectItem(item, "ele"), &point->posOffset.offsetV,
+      {"road_point->posOffset.offsetV calloc failed!", -8}, [reader = __func__](const cJSON* ele, VerticalOffset_t* v) {
+        v->present = VerticalOffset_PR_elevation;
+        v->choice.elevation = metresView(ele);
+        return checkBound(
+            reader, {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_LINK_LANES_POINTS_ELE}},
+            &v->choice.elevation);
+      });
 }
 
 }  // namespace
@@ -386,8 +454,7 @@ int32 GetMapSliceFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
   } else if ((text = textItem(json, "mapSlice")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get mapSlice error!");
-    ret = -3;
+    ret = report(__func__, {"Get mapSlice error!", -3});
   } else {
     map_data->mapSlice = leadingNumberMod256(text);
   }
@@ -428,8 +495,7 @@ int32 GetMapEtagFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
   } else if ((text = textItem(json, "eTag")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get eTag error!");
-    ret = -3;
+    ret = report(__func__, {"Get eTag error!", -3});
   } else {
     copyText(map_data->eTag, sizeof(map_data->eTag), text);
   }
@@ -446,10 +512,9 @@ int32 GetMapFromJson(cJSON* json, MapData* map) {
   if (json == nullptr || map == nullptr) {
     ret = -2;
   } else if ((body = cJSON_GetObjectItem(json, "map")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Parse nodes error!");
-    ret = -3;
-  } else if ((ret = GetNodesFromJson(body, map)) != 0) {
-    V2XLOG(&g_curTag, 2, "GetNodesFromJson return failed!");
+    ret = report(__func__, {"Parse nodes error!", -3});
+  } else {
+    ret = checked(__func__, GetNodesFromJson(body, map), "GetNodesFromJson return failed!");
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -462,29 +527,12 @@ int32 GetNodesFromJson(cJSON* json, MapData* map) {
   if (json == nullptr || map == nullptr) {
     ret = -2;
   } else if ((nodes = cJSON_GetObjectItem(json, "nodes")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Parse nodes error!");
-    ret = -3;
+    ret = report(__func__, {"Parse nodes error!", -3});
   } else {
-    int count = cJSON_GetArraySize(nodes);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(nodes, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get nodes item error,nodes_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Node_t* node = newRecord<Node_t>();
-      if (node == nullptr) {
-        V2XLOG(&g_curTag, 2, "node calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = readNode(item, node)) == 0 && asn_set_add(&map->nodes.list, node) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD failed!");
-        ret = -4;
-      }
-      if (ret != 0) dropRecord(asn_DEF_Node, node);
-    }
+    ret = readElements(
+        __func__, nodes, &map->nodes.list, asn_DEF_Node,
+        {{"Get nodes item error,nodes_count:", -2}, {"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
+        readNode);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -499,47 +547,20 @@ int32 GetNameFromNodesJson(cJSON* json, Node* node) {
 
 int32 GetIdFromNodesJson(cJSON* json, Node* node) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* id = nullptr;
-  if (json == nullptr || node == nullptr) {
-    ret = -2;
-  } else if ((id = cJSON_GetObjectItem(json, "id")) == nullptr) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_NODE_ID);
-    V2XLOG(&g_curTag, 2, "Get id item failed!");
-    ret = -3;
-  } else {
-    // A reference without its own "id" keeps 0; the node is still read.
-    GetNodeReferenceIDFromJson(id, &node->id);
-  }
+  int32 ret = (json == nullptr || node == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "id", &node->id, {"Get id item failed!", -3, ERROR_CODE_NODE_ID});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetNodeReferenceIDFromJson(cJSON* json, NodeReferenceID* id) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  if (json == nullptr || id == nullptr) {
-    ret = -2;
-  } else {
-    const cJSON* region = cJSON_GetObjectItem(json, "region");
-    if (region != nullptr) {
-      if (id->region == nullptr) id->region = newRecord<RoadRegulatorID_t>();
-      if (id->region == nullptr) {
-        V2XLOG(&g_curTag, 2, "id->region calloc failed");
-        ret = -2;
-      } else {
-        *id->region = intView(region);
-      }
-    }
-    if (ret == 0) {
-      const cJSON* value = cJSON_GetObjectItem(json, "id");
-      if (value != nullptr) {
-        id->id = intView(value);
-      } else {
-        V2XLOG(&g_curTag, 2, "Get id->id item failed!");
-        ret = -3;
-      }
-    }
+  int32 ret = -2;
+  if (json != nullptr && id != nullptr) {
+    ret = readOptionalNumber(__func__, cJSON_GetObjectItem(json, "region"), &id->region,
+                             {"id->region calloc failed", -2});
+    if (ret == 0) ret = readNumber(__func__, json, "id", &id->id, {"Get id->id item failed!", -3});
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -564,33 +585,12 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
   if (json == nullptr || node == nullptr) {
     ret = -2;
   } else if ((links = cJSON_GetObjectItem(json, "inLinks")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get inLinks item failed!");
-    ret = -3;
-  } else if (node->inLinks == nullptr && (node->inLinks = newRecord<LinkList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
-    ret = -2;
+    ret = report(__func__, {"Get inLinks item failed!", -3});
   } else {
-    int count = cJSON_GetArraySize(links);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(links, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get links item error,links_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Link_t* link = newRecord<Link_t>();
-      if (link == nullptr) {
-        V2XLOG(&g_curTag, 2, "node->inLinks calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = readLink(item, link)) == 0 && asn_set_add(&node->inLinks->list, link) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -4;
-      }
-      // A dropped link ends the node's list; the links before it stay.
-      if (ret != 0) dropRecord(asn_DEF_Link, link);
-    }
+    // A dropped link ends the node's list; the links before it stay.
+    ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
+                   {{"Get links item error,links_count:", -2}, {"node->inLinks calloc failed!", -2}, kNotAdded},
+                   readLink);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -605,52 +605,24 @@ int32 GetNameFromLinkJson(cJSON* json, Link* link) {
 
 int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* upstream = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((upstream = cJSON_GetObjectItem(json, "upstreamNodeId")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get link->upstreamNodeId item failed!");
-    ret = -3;
-  } else {
-    GetNodeReferenceIDFromJson(upstream, &link->upstreamNodeId);
-  }
+  int32 ret = (json == nullptr || link == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "upstreamNodeId", &link->upstreamNodeId,
+                                  {"Get link->upstreamNodeId item failed!", -3});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* limits = nullptr;
-  if (json == nullptr || speedLimits == nullptr) {
-    ret = -2;
-  } else if ((limits = cJSON_GetObjectItem(json, "speedLimits")) == nullptr) {
-    ret = 0;
-  } else if (*speedLimits == nullptr && (*speedLimits = newRecord<SpeedLimitList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "speedLimits calloc failed!");
-    ret = -9;
-  } else {
-    int count = cJSON_GetArraySize(limits);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(limits, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get speedLimits item error,speedLimits_count:%d", count);
-        ret = -8;
-        break;
-      }
-      RegulatorySpeedLimit_t* limit = newRecord<RegulatorySpeedLimit_t>();
-      if (limit == nullptr) {
-        V2XLOG(&g_curTag, 2, "speedLimit calloc failed!");
-        ret = -6;
-        break;
-      }
-      if ((ret = readSpeedLimit(item, limit)) == 0 && asn_set_add(&(*speedLimits)->list, limit) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -7;
-      }
-      if (ret != 0) dropRecord(asn_DEF_RegulatorySpeedLimit, limit);
-    }
+  int32 ret = -2;
+  if (json != nullptr && speedLimits != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "speedLimits"), speedLimits, {"speedLimits calloc failed!", -9},
+                   asn_DEF_RegulatorySpeedLimit,
+                   {{"Get speedLimits item error,speedLimits_count:", -8},
+                    {"speedLimit calloc failed!", -6},
+                    {"ASN_SEQUENCE_ADD faild \n", -7}},
+                   readSpeedLimit);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -674,55 +646,25 @@ int32 GetSpeedLimitsTypeFromStr(const char* typeStr, long* type) {
 
 int32 GetLinkWidthFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* width = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((width = cJSON_GetObjectItem(json, "linkWidth")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get link->linkWidth item failed!");
-    ret = -3;
-  } else {
-    link->linkWidth = intView(width);
-  }
+  int32 ret = (json == nullptr || link == nullptr)
+                  ? -2
+                  : readNumber(__func__, json, "linkWidth", &link->linkWidth, {"Get link->linkWidth item failed!", -3});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* movements = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((movements = cJSON_GetObjectItem(json, "movements")) == nullptr) {
-    ret = 0;
-  } else if (link->movements == nullptr && (link->movements = newRecord<MovementList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->movements calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(movements);
-    for (int i = 0; i < count; ++i) {
-      cJSON* item = cJSON_GetArrayItem(movements, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get movements item error,movements_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Movement_t* movement = newRecord<Movement_t>();
-      if (movement == nullptr) {
-        V2XLOG(&g_curTag, 2, "movement calloc failed!");
-        ret = -2;
-        break;
-      }
-      GetRemoteIntersectionFromMovementJson(item, movement);
-      GetPhaseIdFromMovementJson(item, movement);
-      if (asn_set_add(&link->movements->list, movement) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        dropRecord(asn_DEF_Movement, movement);
-        ret = -4;
-        break;
-      }
-    }
+  int32 ret = -2;
+  if (json != nullptr && link != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "movements"), &link->movements,
+                   {"link->movements calloc failed!", -2}, asn_DEF_Movement,
+                   {{"Get movements item error,movements_count:", -2}, {"movement calloc failed!", -2}, kNotAdded},
+                   [](cJSON* item, Movement_t* movement) {
+                     GetRemoteIntersectionFromMovementJson(item, movement);
+                     GetPhaseIdFromMovementJson(item, movement);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -730,40 +672,23 @@ int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
 
 int32 GetRemoteIntersectionFromMovementJson(cJSON* json, Movement* movement) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* remote = nullptr;
-  if (json == nullptr || movement == nullptr) {
-    ret = -2;
-  } else if ((remote = cJSON_GetObjectItem(json, "remoteIntersection")) == nullptr) {
-    // The message names another key; log readers know it by this text.
-    V2XLOG(&g_curTag, 2, "Get link->upstreamNodeId item failed!");
-    ret = -3;
-  } else {
-    GetNodeReferenceIDFromJson(remote, &movement->remoteIntersection);
-  }
+  // The message names another key; log readers know it by this text.
+  int32 ret = (json == nullptr || movement == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "remoteIntersection", &movement->remoteIntersection,
+                                  {"Get link->upstreamNodeId item failed!", -3});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* phase = nullptr;
-  if (json == nullptr || movement == nullptr) {
-    ret = -2;
-  } else if ((phase = cJSON_GetObjectItem(json, "phaseId")) == nullptr) {
-    ret = 0;
-  } else if (movement->phaseId == nullptr && (movement->phaseId = newRecord<PhaseID_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "movement->phaseId calloc failed!");
-    ret = -4;
-  } else {
+  int32 ret = -2;
+  if (json != nullptr && movement != nullptr) {
     // An out-of-range phase is kept as sent; only the code tells the cloud.
-    *movement->phaseId = intView(phase);
-    if (PhaseID_constraint(nullptr, movement->phaseId, nullptr, nullptr) != 0) {
-      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_MOVEMENTS_PHASEID);
-      V2XLOG(&g_curTag, 2, "error: phaseId out of range");
-      ret = -3;
-    }
+    ret = readOptionalNumber(
+        __func__, cJSON_GetObjectItem(json, "phaseId"), &movement->phaseId, {"movement->phaseId calloc failed!", -4},
+        intView, {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -771,18 +696,10 @@ int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
 
 int32 GetTimeStampFromJson(cJSON* json, MapData* map) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* stamp = nullptr;
-  if (json == nullptr || map == nullptr) {
-    ret = -2;
-  } else if ((stamp = cJSON_GetObjectItem(json, "timeStamp")) == nullptr) {
-    ret = 0;
-  } else if (map->timeStamp == nullptr && (map->timeStamp = newRecord<MinuteOfTheYear_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "timeStamp calloc failed!");
-    ret = -2;
-  } else {
-    *map->timeStamp = scaleTrunc(stamp->valuedouble, 1.0);
-  }
+  int32 ret = (json == nullptr || map == nullptr)
+                  ? -2
+                  : readOptionalNumber(__func__, cJSON_GetObjectItem(json, "timeStamp"), &map->timeStamp,
+                                       {"timeStamp calloc failed!", -2}, wholeView);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -791,46 +708,24 @@ int32 GetTimeStampFromJson(cJSON* json, MapData* map) {
 
 int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* lanes = nullptr;
-  if (json == nullptr || link == nullptr) {
-    ret = -2;
-  } else if ((lanes = cJSON_GetObjectItem(json, "lanes")) == nullptr) {
-    ret = 0;
-  } else {
-    int count = cJSON_GetArraySize(lanes);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(lanes, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get lanes item error,lanes_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Lane_t* lan = newRecord<Lane_t>();
-      if (lan == nullptr) {
-        V2XLOG(&g_curTag, 2, "lan calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = GetLaneIdFromLaneJson(item, lan)) != 0) {
-        // The link reader records its own code over this one.
-        v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_LANEID);
-        V2XLOG(&g_curTag, 2, "GetLanesFromLinkJson return failed!");
-      } else {
-        // Everything else in a lane only records a code; the lane is kept.
-        GetLaneWidthFromLaneJson(item, lan);
-        GetLaneAttributesFromLaneJson(item, lan);
-        GetManeuversFromJson(item, &lan->maneuvers);
-        GetConnectsToFromLaneJson(item, lan);
-        GetSpeedLimitsFromJson(item, &lan->speedLimits);
-        GetPointsFromJson(item, &lan->points);
-        if (asn_set_add(&link->lanes.list, lan) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      if (ret != 0) dropRecord(asn_DEF_Lane, lan);
-    }
+  int32 ret = -2;
+  if (json != nullptr && link != nullptr) {
+    ret = readElements(__func__, cJSON_GetObjectItem(json, "lanes"), &link->lanes.list, asn_DEF_Lane,
+                       {{"Get lanes item error,lanes_count:", -2}, {"lan calloc failed!", -2}, kNotAdded},
+                       [reader = __func__](cJSON* item, Lane_t* lan) {
+                         // The link reader records its own code over this one.
+                         int32 laneRet = checked(reader, GetLaneIdFromLaneJson(item, lan),
+                                                 "GetLanesFromLinkJson return failed!", ERROR_CODE_LINK_LANES_LANEID);
+                         if (laneRet != 0) return laneRet;
+                         // Everything else in a lane only records a code; the lane is kept.
+                         GetLaneWidthFromLaneJson(item, lan);
+                         GetLaneAttributesFromLaneJson(item, lan);
+                         GetManeuversFromJson(item, &lan->maneuvers);
+                         GetConnectsToFromLaneJson(item, lan);
+                         GetSpeedLimitsFromJson(item, &lan->speedLimits);
+                         GetPointsFromJson(item, &lan->points);
+                         return 0;
+                       });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -838,38 +733,20 @@ int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
 
 int32 GetLaneIdFromLaneJson(cJSON* json, Lane* lan) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* id = nullptr;
-  if (json == nullptr || lan == nullptr) {
-    ret = -2;
-  } else if ((id = cJSON_GetObjectItem(json, "laneId")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get lan->laneID item error");
-    ret = -2;
-  } else {
-    lan->laneID = intView(id);
-  }
+  int32 ret = (json == nullptr || lan == nullptr)
+                  ? -2
+                  : readNumber(__func__, json, "laneId", &lan->laneID, {"Get lan->laneID item error", -2});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetLaneWidthFromLaneJson(cJSON* json, Lane* lan) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* width = nullptr;
-  if (json == nullptr || lan == nullptr) {
-    ret = -2;
-  } else if ((width = cJSON_GetObjectItem(json, "laneWidth")) == nullptr) {
-    ret = 0;
-  } else if (lan->laneWidth == nullptr && (lan->laneWidth = newRecord<LaneWidth_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "lan->laneWidth calloc failed!");
-    ret = -4;
-  } else {
-    *lan->laneWidth = intView(width);
-    if (LaneWidth_constraint(nullptr, lan->laneWidth, nullptr, nullptr) != 0) {
-      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_LANEWIDTH);
-      V2XLOG(&g_curTag, 2, "error: laneWidth out of range");
-      ret = -3;
-    }
+  int32 ret = -2;
+  if (json != nullptr && lan != nullptr) {
+    ret = readOptionalNumber(
+        __func__, cJSON_GetObjectItem(json, "laneWidth"), &lan->laneWidth, {"lan->laneWidth calloc failed!", -4},
+        intView, {LaneWidth_constraint, {"error: laneWidth out of range", -3, ERROR_CODE_LINK_LANES_LANEWIDTH}});
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -877,18 +754,14 @@ int32 GetLaneWidthFromLaneJson(cJSON* json, Lane* lan) {
 
 int32 GetLaneAttributesFromLaneJson(cJSON* json, Lane* lan) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* attributes = nullptr;
-  if (json == nullptr || lan == nullptr) {
-    ret = -2;
-  } else if ((attributes = cJSON_GetObjectItem(json, "laneAttributes")) == nullptr) {
-    ret = 0;
-  } else if (lan->laneAttributes == nullptr && (lan->laneAttributes = newRecord<LaneAttributes_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "lan->laneAttributes calloc failed!");
-    ret = -2;
-  } else {
-    GetShareWithFromLaneAttributesJson(attributes, lan->laneAttributes);
-    GetLaneTypeFromLaneAttributesJson(attributes, lan->laneAttributes);
+  int32 ret = -2;
+  if (json != nullptr && lan != nullptr) {
+    ret = withRecord(__func__, cJSON_GetObjectItem(json, "laneAttributes"), &lan->laneAttributes,
+                     {"lan->laneAttributes calloc failed!", -2}, [](cJSON* attributes, LaneAttributes_t* record) {
+                       GetShareWithFromLaneAttributesJson(attributes, record);
+                       GetLaneTypeFromLaneAttributesJson(attributes, record);
+                       return 0;
+                     });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -931,8 +804,7 @@ int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttribu
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
   } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get laneAttributes->laneType item error");
-    ret = -2;
+    ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     LaneTypeAttributes_t& lt = laneAttributes->laneType;
     for (const LaneTypeKey& k : kKeys) {
@@ -969,8 +841,7 @@ int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAtt
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
   } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get laneAttributes->laneType item error");
-    ret = -2;
+    ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     int64 v = 0;
     if (cJSON_IsString(type) && type->valuestring != nullptr) {
@@ -997,10 +868,7 @@ int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
     // The cloud sends the 12 maneuver bits as written; they fill the string
     // from its first bit once moved past the 4 padding bits.
     int32 shifted = static_cast<int32>(static_cast<uint32>(value->valueint) << 4);
-    if (newBitString(shifted, 12, maneuver) != 0) {
-      V2XLOG(&g_curTag, 2, "maneuver calloc failed!");
-      ret = -2;
-    }
+    if (newBitString(shifted, 12, maneuver) != 0) ret = report(__func__, {"maneuver calloc failed!", -2});
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1008,43 +876,20 @@ int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
 
 int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* connects = nullptr;
-  if (json == nullptr || lan == nullptr) {
-    ret = -2;
-  } else if ((connects = cJSON_GetObjectItem(json, "connectsTo")) == nullptr) {
-    ret = 0;
-  } else if (lan->connectsTo == nullptr && (lan->connectsTo = newRecord<ConnectsToList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "lan->connectsTo calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(connects);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(connects, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get connection item error,ConnectsTo_count:%d", count);
-        ret = -2;
-        break;
-      }
-      Connection_t* connt = newRecord<Connection_t>();
-      if (connt == nullptr) {
-        V2XLOG(&g_curTag, 2, "connection calloc failed!");
-        ret = -2;
-        break;
-      }
-      if ((ret = GetRemoteIntersectionFromConnectionJson(item, connt)) != 0) {
-        V2XLOG(&g_curTag, 2, "GetRemoteIntersectionFromConnectionJson return failed!");
-      } else {
-        GetConnectingLaneFromConnectionJson(item, connt);
-        GetPhaseIdFromConnectionJson(item, connt);
-        if (asn_set_add(&lan->connectsTo->list, connt) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      // A connection without its remote intersection ends the list; the lane stays.
-      if (ret != 0) dropRecord(asn_DEF_Connection, connt);
-    }
+  int32 ret = -2;
+  if (json != nullptr && lan != nullptr) {
+    // A connection without its remote intersection ends the list; the lane stays.
+    ret = readList(__func__, cJSON_GetObjectItem(json, "connectsTo"), &lan->connectsTo,
+                   {"lan->connectsTo calloc failed!", -2}, asn_DEF_Connection,
+                   {{"Get connection item error,ConnectsTo_count:", -2}, {"connection calloc failed!", -2}, kNotAdded},
+                   [reader = __func__](cJSON* item, Connection_t* connt) {
+                     int32 connRet = checked(reader, GetRemoteIntersectionFromConnectionJson(item, connt),
+                                             "GetRemoteIntersectionFromConnectionJson return failed!");
+                     if (connRet != 0) return connRet;
+                     GetConnectingLaneFromConnectionJson(item, connt);
+                     GetPhaseIdFromConnectionJson(item, connt);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1052,35 +897,26 @@ int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
 
 int32 GetRemoteIntersectionFromConnectionJson(cJSON* json, Connection* connt) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* remote = nullptr;
-  if (json == nullptr || connt == nullptr) {
-    ret = -2;
-  } else if ((remote = cJSON_GetObjectItem(json, "remoteIntersection")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get remoteIntersection item failed!");
-    ret = -3;
-  } else {
-    GetNodeReferenceIDFromJson(remote, &connt->remoteIntersection);
-  }
+  int32 ret = (json == nullptr || connt == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "remoteIntersection", &connt->remoteIntersection,
+                                  {"Get remoteIntersection item failed!", -3});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetConnectingLaneFromConnectionJson(cJSON* json, Connection* connt) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* lane = nullptr;
-  if (json == nullptr || connt == nullptr) {
-    ret = -2;
-  } else if ((lane = cJSON_GetObjectItem(json, "connectingLane")) == nullptr) {
-    ret = 0;
-  } else if (connt->connectingLane == nullptr && (connt->connectingLane = newRecord<ConnectingLane_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "connt->connectingLane calloc failed!");
-    ret = -2;
-  } else if ((ret = GetLaneIdFromConnectingLaneJson(lane, connt->connectingLane)) != 0) {
-    V2XLOG(&g_curTag, 2, "GetLaneIdFromConnectingLaneJson return failed!");
-  } else {
-    GetManeuversFromJson(lane, &connt->connectingLane->maneuver);
+  int32 ret = -2;
+  if (json != nullptr && connt != nullptr) {
+    ret = withRecord(__func__, cJSON_GetObjectItem(json, "connectingLane"), &connt->connectingLane,
+                     {"connt->connectingLane calloc failed!", -2},
+                     [reader = __func__](cJSON* lane, ConnectingLane_t* record) {
+                       int32 laneRet = checked(reader, GetLaneIdFromConnectingLaneJson(lane, record),
+                                               "GetLaneIdFromConnectingLaneJson return failed!");
+                       if (laneRet == 0) GetManeuversFromJson(lane, &record->maneuver);
+                       return laneRet;
+                     });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1088,38 +924,20 @@ int32 GetConnectingLaneFromConnectionJson(cJSON* json, Connection* connt) {
 
 int32 GetLaneIdFromConnectingLaneJson(cJSON* json, ConnectingLane* connt_lane) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* id = nullptr;
-  if (json == nullptr || connt_lane == nullptr) {
-    ret = -2;
-  } else if ((id = cJSON_GetObjectItem(json, "laneId")) == nullptr) {
-    V2XLOG(&g_curTag, 2, "Get laneId item failed!");
-    ret = -3;
-  } else {
-    connt_lane->lane = intView(id);
-  }
+  int32 ret = (json == nullptr || connt_lane == nullptr)
+                  ? -2
+                  : readNumber(__func__, json, "laneId", &connt_lane->lane, {"Get laneId item failed!", -3});
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32 GetPhaseIdFromConnectionJson(cJSON* json, Connection* connt) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  const cJSON* phase = nullptr;
-  if (json == nullptr || connt == nullptr) {
-    ret = -2;
-  } else if ((phase = cJSON_GetObjectItem(json, "phaseId")) == nullptr) {
-    ret = 0;
-  } else if (connt->phaseId == nullptr && (connt->phaseId = newRecord<PhaseID_t>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "connt->phaseId calloc failed!");
-    ret = -4;
-  } else {
-    *connt->phaseId = intView(phase);
-    if (PhaseID_constraint(nullptr, connt->phaseId, nullptr, nullptr) != 0) {
-      v2xmapconv_SetErrorCode(ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID);
-      V2XLOG(&g_curTag, 2, "error: phaseId out of range");
-      ret = -3;
-    }
+  int32 ret = -2;
+  if (json != nullptr && connt != nullptr) {
+    ret = readOptionalNumber(
+        __func__, cJSON_GetObjectItem(json, "phaseId"), &connt->phaseId, {"connt->phaseId calloc failed!", -4}, intView,
+        {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID}});
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1141,36 +959,14 @@ int32 Bitstring2Hex(int64* num, const char* bitstr) {
 
 int32 GetPointsFromJson(cJSON* json, PointList** points) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* list = nullptr;
-  if (json == nullptr || points == nullptr) {
-    ret = -2;
-  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr) {
-    ret = 0;
-  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
-    ret = -12;
-  } else {
-    int count = cJSON_GetArraySize(list);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(list, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
-        ret = -11;
-        break;
-      }
-      RoadPoint_t* point = newRecord<RoadPoint_t>();
-      if (point == nullptr) {
-        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
-        ret = -9;
-        break;
-      }
-      if ((ret = readAbsolutePoint(item, point)) == 0 && asn_set_add(&(*points)->list, point) != 0) {
-        V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-        ret = -10;
-      }
-      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
-    }
+  int32 ret = -2;
+  if (json != nullptr && points != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "points"), points, {"link->points calloc failed!", -12},
+                   asn_DEF_RoadPoint,
+                   {{"Get points item error,points_count:", -11},
+                    {"road_point calloc failed!", -9},
+                    {"ASN_SEQUENCE_ADD faild \n", -10}},
+                   readAbsolutePoint);
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -1178,54 +974,27 @@ int32 GetPointsFromJson(cJSON* json, PointList** points) {
 
 int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* refPos) {
   V2XLOG_START(&g_curTag);
-  int32 ret = 0;
-  cJSON* list = nullptr;
-  if (json == nullptr || points == nullptr || refPos == nullptr) {
-    ret = -2;
-  } else if ((list = cJSON_GetObjectItem(json, "points")) == nullptr || cJSON_IsNull(list)) {
-    ret = 0;
-  } else if (*points == nullptr && (*points = newRecord<PointList>()) == nullptr) {
-    V2XLOG(&g_curTag, 2, "link->points calloc failed!");
-    ret = -2;
-  } else {
-    int count = cJSON_GetArraySize(list);
-    for (int i = 0; i < count && ret == 0; ++i) {
-      cJSON* item = cJSON_GetArrayItem(list, i);
-      if (item == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points item error,points_count:%d", count);
-        ret = -2;
-        break;
-      }
-      RoadPoint_t* point = newRecord<RoadPoint_t>();
-      if (point == nullptr) {
-        V2XLOG(&g_curTag, 2, "road_point calloc failed!");
-        ret = -2;
-        break;
-      }
-      c_pos3D_t pos{};
-      pos.posIsValid = true;
-      const cJSON* lon = cJSON_GetObjectItem(item, "lon");
-      const cJSON* lat = cJSON_GetObjectItem(item, "lat");
-      const cJSON* ele = cJSON_GetObjectItem(item, "ele");
-      if (lon == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points->lon item failed!");
-        ret = -3;
-      } else if (lat == nullptr) {
-        V2XLOG(&g_curTag, 2, "Get points->lat item failed!");
-        ret = -3;
-      } else {
-        pos.lon = lon->valuedouble;
-        pos.lat = lat->valuedouble;
-        pos.elevIsValid = ele != nullptr;
-        if (ele != nullptr) pos.elevation = ele->valuedouble;
-        setPosOffsetLLV(&pos, refPos, &point->posOffset);
-        if (asn_set_add(&(*points)->list, point) != 0) {
-          V2XLOG(&g_curTag, 2, "ASN_SEQUENCE_ADD faild \n");
-          ret = -4;
-        }
-      }
-      if (ret != 0) dropRecord(asn_DEF_RoadPoint, point);
-    }
+  int32 ret = -2;
+  if (json != nullptr && points != nullptr && refPos != nullptr) {
+    cJSON* list = cJSON_GetObjectItem(json, "points");
+    ret = readList(__func__, cJSON_IsNull(list) ? nullptr : list, points, {"link->points calloc failed!", -2},
+                   asn_DEF_RoadPoint,
+                   {{"Get points item error,points_count:", -2}, {"road_point calloc failed!", -2}, kNotAdded},
+                   [reader = __func__, refPos](cJSON* item, RoadPoint_t* point) {
+                     const cJSON* lon = cJSON_GetObjectItem(item, "lon");
+                     const cJSON* lat = cJSON_GetObjectItem(item, "lat");
+                     const cJSON* ele = cJSON_GetObjectItem(item, "ele");
+                     if (lon == nullptr) return report(reader, {"Get points->lon item failed!", -3});
+                     if (lat == nullptr) return report(reader, {"Get points->lat item failed!", -3});
+                     c_pos3D_t pos{};
+                     pos.posIsValid = true;
+                     pos.lon = lon->valuedouble;
+                     pos.lat = lat->valuedouble;
+                     pos.elevIsValid = ele != nullptr;
+                     if (ele != nullptr) pos.elevation = ele->valuedouble;
+                     setPosOffsetLLV(&pos, refPos, &point->posOffset);
+                     return 0;
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
