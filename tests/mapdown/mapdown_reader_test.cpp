@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <functional>
+#include <regex>
 #include <vector>
 
 #include "mapdown_fixture.h"
@@ -345,6 +346,32 @@ TEST_F(MapDownTest, AcknowledgementWithoutDdsIsLoggedNotSent) {
   EXPECT_EQ(v2xmapconv_MapDownAckToCloud(nullptr), -2);
   EXPECT_EQ(v2xmapconv_MapDownAckToCloud(&data), -1);
   EXPECT_NE(logText().find("Get ddsinfo failed!"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mapdown_test
+
+namespace mapdown_test {
+namespace {
+
+// A fault's line carries the name of the reader that found it, also when a
+// shared step writes the line on the reader's behalf.
+TEST_F(MapDownTest, FaultLinesNameTheirReader) {
+  struct Case {
+    std::string doc;
+    const char* pattern;
+  };
+  const Case cases[] = {
+      {docWithLanes(R"([{"laneWidth":300}])"), R"(:GetLaneIdFromLaneJson:[0-9]+:Get lan->laneID item error)"},
+      {docWithLanes(R"([{"laneId":1,"laneWidth":40000}])"),
+       R"(:GetLaneWidthFromLaneJson:[0-9]+:error: laneWidth out of range)"},
+      {docWithLinks(R"([{"linkWidth":700}])"),
+       R"(:GetUpstreamNodeIdFromLinkJson:[0-9]+:Get link->upstreamNodeId item failed!)"},
+  };
+  for (const Case& c : cases) {
+    read(c.doc);
+    EXPECT_TRUE(std::regex_search(logText(), std::regex(c.pattern))) << c.pattern;
+  }
 }
 
 }  // namespace
