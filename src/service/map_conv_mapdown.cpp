@@ -37,7 +37,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <source_location>
 #include <type_traits>
 
 #include "map_conv_config.h"
@@ -162,9 +161,9 @@ using View = long (*)(const cJSON*);
 // reader had written them: the log is searched by the reader names.
 
 struct Caller {
-  // Implicit on purpose: a reader passes __func__ and the call's line comes along.
-  Caller(const char* reader, std::source_location at = std::source_location::current())
-      : name(reader), line(static_cast<int>(at.line())) {}
+  // Implicit on purpose: a reader passes __func__ and the call's line comes
+  // along (the builtin in a default argument is evaluated at the call).
+  Caller(const char* reader, int at = __builtin_LINE()) : name(reader), line(at) {}
   const char* name;
   int line;
 };
