@@ -245,7 +245,7 @@ TEST(MapViewGeojson, BadInputEndsWithOneLineAndAnErrorStatus) {
       {{"view"}, 2, "no input file"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.args[0] + " " + c.args[1]);
+    SCOPED_TRACE(c.args.back());
     const ToolRun r = runTool(dir, c.args);
     EXPECT_EQ(r.status, c.status);
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
