@@ -18,7 +18,7 @@ bool looksLikeJson(const std::vector<uint8_t>& data) {
   size_t i = 0;
   if (data.size() >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) i = 3;  // UTF-8 mark
   while (i < data.size() && (data[i] == ' ' || data[i] == '\t' || data[i] == '\r' || data[i] == '\n')) i++;
-  return i < data.size() && data[i] == '{';
+  return i < data.size() && (data[i] == '{' || data[i] == '[');
 }
 
 // The document's map body read into frame as the service reads it.
