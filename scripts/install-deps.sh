@@ -15,6 +15,7 @@ PACKAGES=(
   libgeographiclib-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format clang-tidy
+  chromium libpng-dev
   procps
   dpkg-dev file systemd  # Debian packages (dpkg-shlibdeps, file) and systemd-analyze
 )

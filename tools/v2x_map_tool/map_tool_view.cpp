@@ -1,0 +1,121 @@
+// "view": a map file (cloud JSON, UPER or XER) drawn to scale as one
+// self-contained HTML page, with the faults of a findings file marked in red.
+#include "map_tool_view.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "map_tool.h"
+
+namespace {
+
+constexpr const char* kName = "view";
+
+// Findings as "validate --json" prints them (an object whose "findings" list
+// holds objects with "path" and "text"), or such a list by itself.
+bool readFaults(const std::string& path, std::vector<maptool::MapFault>& faults) {
+  std::vector<uint8_t> data;
+  if (!maptool::readInput(kName, path, data)) return false;
+  cJSON* root = cJSON_ParseWithLength(reinterpret_cast<const char*>(data.data()), data.size());
+  const cJSON* list = cJSON_IsArray(root) ? root : cJSON_GetObjectItemCaseSensitive(root, "findings");
+  bool ok = cJSON_IsArray(list);
+  const cJSON* item = nullptr;
+  cJSON_ArrayForEach(item, (ok ? list : nullptr)) {
+    const cJSON* p = cJSON_GetObjectItemCaseSensitive(item, "path");
+    const cJSON* t = cJSON_GetObjectItemCaseSensitive(item, "text");
+    if (!cJSON_IsString(p) || !cJSON_IsString(t)) {
+      ok = false;
+      break;
+    }
+    faults.push_back({p->valuestring, t->valuestring});
+  }
+  cJSON_Delete(root);
+  if (!ok) {
+    maptool::fail(kName, "%s: not a list of findings (objects with \"path\" and \"text\" strings)", path.c_str());
+  }
+  return ok;
+}
+
+bool parseSize(const char* text, maptool::PageOptions& opt) {
+  int w = 0, h = 0;
+  char end = 0;
+  if (std::sscanf(text, "%dx%d%c", &w, &h, &end) != 2 || w < 200 || h < 200 || w > 10000 || h > 10000) return false;
+  opt.width = w;
+  opt.height = h;
+  return true;
+}
+
+int runView(int argc, char** argv) {
+  const char* path = nullptr;
+  const char* outPath = "-";
+  const char* faultsPath = nullptr;
+  maptool::PageOptions opt;
+  for (int i = 1; i < argc; i++) {
+    const bool takesValue =
+        std::strcmp(argv[i], "-o") == 0 || std::strcmp(argv[i], "--faults") == 0 || std::strcmp(argv[i], "--size") == 0;
+    if (takesValue && i + 1 >= argc) {
+      maptool::fail(kName, "%s needs a value (see --help)", argv[i]);
+      return maptool::kExitUsage;
+    }
+    if (std::strcmp(argv[i], "-o") == 0) {
+      outPath = argv[++i];
+    } else if (std::strcmp(argv[i], "--faults") == 0) {
+      faultsPath = argv[++i];
+    } else if (std::strcmp(argv[i], "--size") == 0) {
+      if (!parseSize(argv[++i], opt)) {
+        maptool::fail(kName, "--size takes WIDTHxHEIGHT in pixels, 200 to 10000 each");
+        return maptool::kExitUsage;
+      }
+    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
+      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
+      return maptool::kExitUsage;
+    } else if (path == nullptr) {
+      path = argv[i];
+    } else {
+      maptool::fail(kName, "more than one input file (see --help)");
+      return maptool::kExitUsage;
+    }
+  }
+  if (path == nullptr) {
+    maptool::fail(kName, "no input file (see --help)");
+    return maptool::kExitUsage;
+  }
+
+  maptool::GeoMap map;
+  if (!maptool::loadMap(kName, path, map)) return maptool::kExitBadInput;
+  // The faults to mark: those of the findings file.
+  std::vector<maptool::MapFault> faults;
+  if (faultsPath != nullptr && !readFaults(faultsPath, faults)) return maptool::kExitBadInput;
+  opt.title = std::strcmp(path, "-") == 0 ? "map" : std::filesystem::path(path).filename().string();
+  const std::string page = maptool::mapPage(map, faults, opt);
+  if (!maptool::writeOutput(kName, outPath, std::vector<uint8_t>(page.begin(), page.end()))) {
+    return maptool::kExitBadInput;
+  }
+  return maptool::kExitOk;
+}
+
+}  // namespace
+
+V2X_MAP_TOOL_COMMAND(kName, "draw a map (cloud JSON, UPER or XER) as an HTML page",
+                     "usage: v2x_map_tool view FILE [-o map.html] [--faults FINDINGS.json] [--size WxH]\n"
+                     "\n"
+                     "Reads a map from FILE (\"-\" for standard input) as \"geojson\" does and writes\n"
+                     "one self-contained HTML page (nothing is loaded from the network) to OUT or to\n"
+                     "standard output. The map is drawn to scale, north up: lanes as wide as they\n"
+                     "are, coloured by lane type, with dashed centre lines and a bar at their stop\n"
+                     "end; link centre lines; blue arrows from each lane to the lanes it connects\n"
+                     "to; nodes with their names; a scale bar and a north arrow. Hovering a lane,\n"
+                     "link or node shows its ids, width, type, maneuvers, connections and speed\n"
+                     "limits. The mouse wheel zooms and dragging moves the drawing.\n"
+                     "\n"
+                     "  --faults F  mark the findings of F in red and list them: the output of\n"
+                     "              \"validate --json\", or a JSON list of {\"path\", \"text\"} with\n"
+                     "              paths such as nodes[0].inLinks[1].lanes[2].laneWidth\n"
+                     "  --size WxH  size of the drawing in pixels (default 1200x900)\n"
+                     "\n"
+                     "Exit status 0 on success, 1 for an unreadable or refused map or findings\n"
+                     "file, 2 for a wrong command line.\n",
+                     runView)
