@@ -41,17 +41,37 @@ cJSON* textValue(int type, const char* text, size_t n) {
 
 }  // namespace
 
+RenderArena* RenderArena::forThisThread() {
+  thread_local std::unique_ptr<RenderArena> arena;
+  if (arena == nullptr) arena.reset(new (std::nothrow) RenderArena());
+  if (arena != nullptr) arena->restart();
+  return arena.get();
+}
+
+void RenderArena::restart() {
+  // An unusually large map leaves no more than a few blocks behind.
+  if (blocks_.size() > kBlocksKept) blocks_.resize(kBlocksKept);
+  current_ = 0;
+  next_ = blocks_.empty() ? nullptr : blocks_[0].data.get();
+  room_ = blocks_.empty() ? 0 : blocks_[0].size;
+}
+
 void* RenderArena::take(size_t n) {
   // Everything handed out is aligned for an item.
   constexpr size_t kAlign = alignof(cJSON);
   n = (n + kAlign - 1) / kAlign * kAlign;
-  if (n > room_) {
-    const size_t size = n > kBlock ? n : kBlock;
-    std::unique_ptr<char[]> block(new (std::nothrow) char[size]);
-    if (block == nullptr) return nullptr;
-    next_ = block.get();
-    room_ = size;
-    more_.push_back(std::move(block));
+  while (n > room_) {
+    if (next_ == nullptr || current_ + 1 >= blocks_.size()) {
+      const size_t size = n > kBlockSize ? n : kBlockSize;
+      std::unique_ptr<char[]> data(new (std::nothrow) char[size]);
+      if (data == nullptr) return nullptr;
+      blocks_.push_back(Block{std::move(data), size});
+      current_ = blocks_.size() - 1;
+    } else {
+      ++current_;
+    }
+    next_ = blocks_[current_].data.get();
+    room_ = blocks_[current_].size;
   }
   void* out = next_;
   next_ += n;

@@ -1,8 +1,9 @@
 // Value items of the upload rendering (C++ only, for the renderer).
 //
 // A rendering makes about a thousand small values. Inside
-// v2xmapconv_StructToJson they come from one arena that is dropped whole
-// after printing, with texts and member names referenced rather than copied;
+// v2xmapconv_StructToJson they come from the thread's arena, which is emptied
+// for the next rendering rather than released value by value, with texts and
+// member names referenced rather than copied;
 // a writer called on its own makes ordinary cJSON items (copied names and
 // texts) that its caller releases with cJSON_Delete. Writers therefore make,
 // attach and release values only through these helpers.
@@ -32,10 +33,14 @@ inline constexpr char kMovements[] = "movements";
 inline constexpr char kPoints[] = "points";
 inline constexpr char kSpeedLimits[] = "speedLimits";
 
-// Memory of one rendering: items and texts, released together.
+// Memory of a rendering: items and texts, handed out from blocks that the
+// thread keeps for its next rendering (a few, the rest is released). One
+// rendering at a time per thread.
 class RenderArena {
  public:
-  RenderArena() = default;
+  // The calling thread's arena, emptied; null when out of memory.
+  static RenderArena* forThisThread();
+
   RenderArena(const RenderArena&) = delete;
   RenderArena& operator=(const RenderArena&) = delete;
 
@@ -45,12 +50,19 @@ class RenderArena {
   const char* store(const char* text, size_t n);
 
  private:
+  struct Block {
+    std::unique_ptr<char[]> data;
+    size_t size;
+  };
+  RenderArena() = default;
+  void restart();
   void* take(size_t n);
-  static constexpr size_t kBlock = 16384;
-  alignas(alignof(cJSON)) char first_[kBlock];
-  char* next_ = first_;
-  size_t room_ = kBlock;
-  std::vector<std::unique_ptr<char[]>> more_;
+  static constexpr size_t kBlockSize = 65536;
+  static constexpr size_t kBlocksKept = 4;
+  std::vector<Block> blocks_;
+  size_t current_ = 0;
+  char* next_ = nullptr;
+  size_t room_ = 0;
 };
 
 // Makes an arena the current thread's for the life of the scope.

@@ -10,6 +10,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -28,7 +29,12 @@ class Output {
   }
   void put(char c) { *next_++ = c; }
   void put(const char* text, size_t n) {
-    std::memcpy(next_, text, n);
+    if (n <= 16) {
+      // Most pieces are short keys and numbers: no call for them.
+      for (size_t i = 0; i < n; ++i) next_[i] = text[i];
+    } else {
+      std::memcpy(next_, text, n);
+    }
     next_ += n;
   }
   size_t size() const { return static_cast<size_t>(next_ - buf_.get()); }
@@ -57,6 +63,15 @@ bool putText(Output& out, const char* text) {
   return true;
 }
 
+// Bytes that end a plain run of a text: the terminator and everything JSON
+// escapes.
+constexpr auto kStops = [] {
+  std::array<bool, 256> stops{};
+  for (int c = 0; c < 32; ++c) stops[c] = true;
+  stops['"'] = stops['\\'] = true;
+  return stops;
+}();
+
 // A text as cJSON quotes it: quote, backslash and the control characters
 // escaped (the short forms where JSON has them, \u00xx otherwise), every
 // other byte as it is.
@@ -64,14 +79,13 @@ bool printString(const char* text, Output& out) {
   if (text == nullptr) text = "";
   const auto* p = reinterpret_cast<const unsigned char*>(text);
   const auto* run = p;
-  if (!out.reserve(1)) return false;
-  out.put('"');
   for (;; ++p) {
+    while (!kStops[*p]) ++p;
     const unsigned char c = *p;
-    if (c >= 32 && c != '"' && c != '\\') continue;
     const size_t n = static_cast<size_t>(p - run);
-    // The run, and the longest escape or the closing quote.
-    if (!out.reserve(n + 6)) return false;
+    // The opening quote, the run, and the longest escape or the closing quote.
+    if (!out.reserve(n + 7)) return false;
+    if (run == reinterpret_cast<const unsigned char*>(text)) out.put('"');
     out.put(reinterpret_cast<const char*>(run), n);
     run = p + 1;
     if (c == '\0') break;

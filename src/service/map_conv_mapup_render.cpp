@@ -501,9 +501,9 @@ int32 AddMapToObject(cJSON* obj, MessageFrame* msgFrame) {
 char* v2xmapconv_StructToJson(v2xcloud_map_data_t* mapdata) {
   V2XLOG_START(&g_curTag);
   if (mapdata == nullptr) return nullptr;
-  // The whole tree lives in the arena and goes with it after printing.
-  RenderArena arena;
-  ArenaScope scope(&arena);
+  // The whole tree lives in the thread's arena (plain cJSON values should
+  // there be no memory for one).
+  ArenaScope scope(RenderArena::forThisThread());
   cJSON* root = newObject();
   if (root == nullptr) {
     V2XLOG(&g_curTag, 2, "cJSON_Parse Error!");
@@ -521,6 +521,7 @@ char* v2xmapconv_StructToJson(v2xcloud_map_data_t* mapdata) {
   // Printed as cJSON_PrintUnformatted would, with room for a text as long as
   // the last one.
   char* text = v2xmapconv_PrintUnformatted(root, g_lastTextLen.load(std::memory_order_relaxed) + 256);
+  release(root);
   if (text != nullptr) g_lastTextLen.store(std::strlen(text), std::memory_order_relaxed);
   V2XLOG(&g_curTag, 7, "%s end", __func__);
   return text;
