@@ -83,7 +83,7 @@ step "5. uploads: the stack peer answers with the stored map, the service upload
 "$CLOUD" --device "$DEVICE" --count 2 --kind up --ack-uploads --timeout 15 | sed -u 's/^/[cloud] /' || true
 
 step "6. status and map records from the service (every 5 s)"
-"$CLOUD" --device "$DEVICE" --count 1 --kind rsucloud --timeout 15 | grep --line-buffered -v '^UP ' | sed -u 's/^/[cloud] /' || true
+"$CLOUD" --device "$DEVICE" --count 1 --kind rsucloud --timeout 15 | grep -a --line-buffered -v '^UP ' | sed -u 's/^/[cloud] /' || true
 
 step "7. log tool: the service's log levels"
 "$LOGTOOL" -w "$W" read || true
