@@ -12,12 +12,16 @@
 #   3. the cloud peer publishes the two-slice sample map and prints the
 #      acknowledgements,
 #   4. lists the stored map files, their records and the stored eTag,
-#   5. the cloud peer prints the status record and the map record that the
+#   5. the stack peer now answers the service's requests with the stored map;
+#      the cloud peer prints the documents the service uploads (and answers
+#      them),
+#   6. the cloud peer prints the status record and the map record that the
 #      service sends every 5 seconds,
-#   6. the log tool reads the service's log levels,
-# then the service keeps running in the foreground until Ctrl-C.
+#   7. the log tool reads the service's log levels,
+# then the service keeps running in the foreground until Ctrl-C, a quiet
+# cloud peer taking its uploads.
 #
-#   --demo-only   stop everything after step 6
+#   --demo-only   stop everything after step 7
 #   --serve       no demonstration: only run the service until Ctrl-C
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -75,10 +79,13 @@ done
 for f in "$W"/mapdata/map_data_*; do md5sum "$f"; done
 grep eTag "$W/conf/v2x_map_convert.cfg"
 
-step "5. status and map records from the service (every 5 s)"
-"$CLOUD" --device "$DEVICE" --count 2 --kind all --timeout 15 | sed -u 's/^/[cloud] /' || true
+step "5. uploads: the stack peer answers with the stored map, the service uploads it (every second)"
+"$CLOUD" --device "$DEVICE" --count 2 --kind up --ack-uploads --timeout 15 | sed -u 's/^/[cloud] /' || true
 
-step "6. log tool: the service's log levels"
+step "6. status and map records from the service (every 5 s)"
+"$CLOUD" --device "$DEVICE" --count 1 --kind rsucloud --timeout 15 | grep -a --line-buffered -v '^UP ' | sed -u 's/^/[cloud] /' || true
+
+step "7. log tool: the service's log levels"
 "$LOGTOOL" -w "$W" read || true
 
 if [ "$mode" = demo-only ]; then
@@ -86,6 +93,8 @@ if [ "$mode" = demo-only ]; then
   stop_all
   exit 0
 fi
-step "the service keeps running (requests reach the stack peer every second); Ctrl-C to stop"
+step "the service keeps running (requests reach the stack peer every second, uploads a quiet cloud peer); Ctrl-C to stop"
+"$CLOUD" --device "$DEVICE" --ack-uploads --quiet --timeout 86400 >/dev/null &
+pids+=($!)
 wait "$SVC" || true
 stop_all

@@ -1,12 +1,16 @@
 // The service's cloud link in process: topic names, sending without a peer,
-// joining samples into messages, the communication software's status.
+// joining samples into messages (map documents and upload acknowledgements),
+// the communication software's status.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "map_conv_config.h"
 #include "map_conv_interface.h"
+#include "map_conv_mapup.h"
 #include "map_conv_v2xcloud_dds.h"
 #include "test_process.h"
 #include "v2xlog.h"
@@ -95,52 +99,127 @@ TEST_F(CloudLink, SendingWithoutPeerOrLink) {
   EXPECT_EQ(v2xcloud_ddsSend(obj, "rsu/NOPEER_x/map/rsucloud", rec, sizeof(rec)), -2);
 }
 
-// Feeds samples straight into the receivers and reads their traces.
-TEST_F(CloudLink, SamplesAreJoinedIntoMessages) {
+// A map-down document of exactly len bytes (spaces before the last brace),
+// its envelope keys at the end: only a complete join reads them.
+std::string mapDoc(const std::string& eTag, const std::string& seqNum, size_t len) {
+  std::string doc = R"({"map":{"nodes":[{"id":{"id":7},"refPos":{"lon":121.16,"lat":31.28}}]},"mapSlice":"1",)"
+                    R"("ack":false,"seqNum":")" +
+                    seqNum + R"(","eTag":")" + eTag + "\"";
+  doc.append(len - doc.size() - 1, ' ');
+  return doc + "}";
+}
+
+// Samples cut from a document go through the map-down receiver; a document
+// that arrives whole is stored with the eTag and sequence number at its end.
+TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
+  v2xtest::TempDir work;
+  ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
+  ASSERT_EQ(v2xmapconv_InitCfg(work.path().c_str()), 0);
+  const std::vector<unsigned> nine(9, 1024);
+  auto then = [](std::vector<unsigned> v, std::vector<unsigned> more) {
+    v.insert(v.end(), more.begin(), more.end());
+    return v;
+  };
   struct Case {
     const char* name;
-    void (*recv)(void*, unsigned int);
-    std::vector<unsigned> samples;
-    std::vector<std::string> expect;  // log texts, in this order
-    const char* totalPrefix;
-    size_t totals;  // complete messages
+    size_t len;
+    std::vector<unsigned> samples;  // bytes past the document's end are zero
+    bool stored;
+    const char* log;
   };
   const std::vector<Case> cases = {
-      {"2548 in three", v2xcloud_ddsRecvMapDown, {1024, 1024, 500}, {"recv_total:2548"}, "recv_total:", 1},
-      {"2048 and the zero tail", v2xcloud_ddsRecvMapDown, {1024, 1024, 1}, {"recv_total:2049"}, "recv_total:", 1},
-      {"overflow then a fresh message",
-       v2xcloud_ddsRecvMapDown,
-       {1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 300, 700},
-       {"Map msg data is too long:10240", "recv_total:300", "recv_total:700"},
-       "recv_total:",
-       2},
-      {"9999 bytes exactly fit",
-       v2xcloud_ddsRecvMapDown,
-       {1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 783},
-       {"recv_total:9999"},
-       "recv_total:",
-       1},
-      {"upload ack 1500", v2xcloud_ddsRecvMapAck, {1024, 476}, {"Map_Ack recv_total:1500"}, "Map_Ack recv_total:", 1},
-      {"upload ack overflow",
-       v2xcloud_ddsRecvMapAck,
-       {1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 1024, 10},
-       {"Msg data is too long", "Map_Ack recv_total:10"},
-       "Map_Ack recv_total:",
-       1},
+      {"2548 in three", 2548, {1024, 1024, 500}, true, "recv_total:2548"},
+      {"2048 and the zero tail", 2048, {1024, 1024, 1}, true, "recv_total:2049"},
+      {"9999 exactly", 9999, then(nine, {783}), true, "recv_total:9999"},
+      {"10300: the tenth sample overflows, the rest is no document", 10300, then(nine, {1024, 60}), false,
+       "Map msg data is too long:10240"},
   };
-  std::vector<char> text(1024, 'x');  // not JSON: the reader refuses it, nothing is stored
+  std::string lastStored = "(none)";
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const Case& c = cases[i];
+    SCOPED_TRACE(c.name);
+    const std::string eTag = "J" + std::to_string(i) + "-" + std::to_string(getpid());
+    const std::string seqNum = std::to_string(100 + i);
+    std::string doc = mapDoc(eTag, seqNum, c.len);
+    doc.resize(doc.size() + 1024, '\0');
+    newLog();
+    size_t at = 0;
+    for (unsigned len : c.samples) {
+      v2xcloud_ddsRecvMapDown(doc.data() + at, len);
+      at += len;
+    }
+    EXPECT_NE(newLog().find(c.log), std::string::npos) << c.log;
+    v2xcloud_map_data_t* got = nullptr;
+    ASSERT_EQ(v2xcloud_GetMapDownData(&got), 0);
+    EXPECT_EQ(std::string(got->eTag), c.stored ? eTag : "");
+    EXPECT_EQ(std::string(got->seqNum), c.stored ? seqNum : "");
+    if (c.stored) lastStored = eTag;
+    EXPECT_NE(v2xtest::readFile(work.file("conf/v2x_map_convert.cfg")).find("eTag = \"" + lastStored + "\";"),
+              std::string::npos);
+  }
+}
+
+// Acknowledgements of uploads: what the joiner holds after each run of
+// samples, and what the two receivers built on such joining note.
+TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
+  std::string source(12000, ' ');
+  for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>('A' + (i * 7) % 26);
+  const std::vector<int32> nineMore(9, 0);
+  auto then = [](auto v, auto more) {
+    v.insert(v.end(), more.begin(), more.end());
+    return v;
+  };
+  constexpr int32 kDone = V2XMAPCONV_JOIN_DONE, kOver = V2XMAPCONV_JOIN_OVERFLOW;
+  struct Case {
+    const char* name;
+    std::vector<unsigned> samples;
+    std::vector<int32> results;
+    size_t from, len;  // the joined message: source[from, from + len)
+  };
+  const std::vector<Case> cases = {
+      {"one short sample", {300}, {kDone}, 0, 300},
+      {"1500 as 1024 + 476", {1024, 476}, {0, kDone}, 0, 1500},
+      {"9999 fit", then(std::vector<unsigned>(9, 1024), std::vector<unsigned>{783}), then(nineMore, std::vector{kDone}),
+       0, 9999},
+      {"the tenth full sample overflows; the next short one stands alone",
+       then(std::vector<unsigned>(10, 1024), std::vector<unsigned>{10}), then(nineMore, std::vector{kOver, kDone}),
+       10240, 10},
+      {"overflow on the last sample", then(std::vector<unsigned>(9, 1024), std::vector<unsigned>{784}),
+       then(nineMore, std::vector{kOver | kDone}), 0, 0},
+  };
+  auto join = std::make_unique<v2xmapconv_sampleJoin_t>();
+  v2xmapconv_JoinReset(join.get());
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    newLog();
-    for (unsigned len : c.samples) c.recv(text.data(), len);
-    std::string log = newLog();
+    std::vector<int32> results;
     size_t at = 0;
-    for (const std::string& e : c.expect) {
-      size_t p = log.find(e, at);
-      ASSERT_NE(p, std::string::npos) << e;
-      at = p + e.size();
+    for (unsigned len : c.samples) {
+      results.push_back(v2xmapconv_JoinSample(join.get(), source.data() + at, len));
+      at += len;
     }
-    EXPECT_EQ(count(log, c.totalPrefix), c.totals);
+    EXPECT_EQ(results, c.results);
+    ASSERT_EQ(join->m_len, c.len);
+    EXPECT_EQ(std::string(join->m_data, join->m_len), source.substr(c.from, c.len));
+    EXPECT_EQ(join->m_data[join->m_len], '\0');
+    v2xmapconv_JoinReset(join.get());
+  }
+  EXPECT_EQ(v2xmapconv_JoinSample(nullptr, source.data(), 1), -2);
+  EXPECT_EQ(v2xmapconv_JoinSample(join.get(), nullptr, 1), -2);
+
+  // The registered receiver and the upload module's own note the same totals.
+  const std::pair<void (*)(void*, unsigned int), std::string> receivers[] = {
+      {v2xcloud_ddsRecvMapAck, "Map_Ack recv_total:"}, {v2xmapconv_ddsRecvMapUpAck, "MapUpAck recv_total:"}};
+  for (const auto& [recv, total] : receivers) {
+    SCOPED_TRACE(total);
+    newLog();
+    for (unsigned len : {1024U, 476U}) recv(source.data(), len);
+    for (int i = 0; i < 10; ++i) recv(source.data(), 1024);
+    recv(source.data(), 10);
+    const std::string log = newLog();
+    const size_t first = log.find(total + "1500"), over = log.find("Msg data is too long"),
+                 last = log.find(total + "10\n");
+    EXPECT_TRUE(first != std::string::npos && over > first && last != std::string::npos && last > over) << log;
+    EXPECT_EQ(count(log, total), 2u);
   }
 }
 

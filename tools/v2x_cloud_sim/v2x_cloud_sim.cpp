@@ -4,7 +4,9 @@
 // It publishes map documents on rsu/<id>/map/down (files given with --map, or
 // realistic slices it generates with --gen), can publish a communication
 // software status record, and prints every acknowledgement, map upload, map
-// record and service status record it receives, one line each, decoded.
+// record and service status record it receives, one line each, decoded
+// (acknowledgements and uploads with their whole text after raw=). With
+// --ack-uploads it answers every upload on rsu/<id>/map/up/ack.
 #include <cjson/cJSON.h>
 #include <getopt.h>
 #include <unistd.h>
@@ -128,6 +130,8 @@ void counted(Kind k) {
   g.cv.notify_all();
 }
 
+bool publish(const std::string& topic, const std::string& msg);
+
 std::string jsonString(const cJSON* obj, const char* key) {
   const cJSON* item = cJSON_GetObjectItemCaseSensitive(obj, key);
   return cJSON_IsString(item) && item->valuestring != nullptr ? item->valuestring : "";
@@ -162,12 +166,20 @@ void onUpload(void* data, unsigned int len) {
   if (const cJSON* map = cJSON_GetObjectItemCaseSensitive(root, "map"))
     nodes = cJSON_GetArraySize(cJSON_GetObjectItemCaseSensitive(map, "nodes"));
   std::string seq = jsonString(root, "seqNum");
-  emit("UP seqNum=%s mapSlice=%s eTag=%s nodes=%d bytes=%zu\n", seq.c_str(), jsonString(root, "mapSlice").c_str(),
-       jsonString(root, "eTag").c_str(), nodes, text.size());
+  // The whole document as received, like the acknowledgements' raw text.
+  if (root == nullptr)
+    emit("UP unreadable bytes=%zu raw=%s\n", text.size(), text.c_str());
+  else
+    emit("UP seqNum=%s mapSlice=%s eTag=%s nodes=%d bytes=%zu raw=%s\n", seq.c_str(),
+         jsonString(root, "mapSlice").c_str(), jsonString(root, "eTag").c_str(), nodes, text.size(), text.c_str());
   cJSON_Delete(root);
   if (g.opt.ackUploads) {
-    std::string reply = "{\"seqNum\":\"" + seq + "\"}";
-    dds_send(g.dds, g.topics.upAck.c_str(), reply.data(), static_cast<unsigned>(reply.size()));
+    cJSON* reply = cJSON_CreateObject();
+    cJSON_AddStringToObject(reply, "seqNum", seq.c_str());
+    char* replyText = cJSON_PrintUnformatted(reply);
+    if (replyText != nullptr) publish(g.topics.upAck, replyText);
+    cJSON_free(replyText);
+    cJSON_Delete(reply);
   }
   counted(kUp);
 }
