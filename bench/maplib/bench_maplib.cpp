@@ -51,7 +51,7 @@ std::vector<c_pos3D_t> lanePoints(V2XAPP_GBMHANDLE map) {
     bool hasElev = false;
     v2xapp_GBMapGetNodeByIndex(map, n, &node);
     v2xapp_GBMapNodeGetRefPos(node, &lat, &lon, &hasElev, &elev);
-    const c_pos3D_t ref = at(lat * 1e-7, lon * 1e-7);
+    const c_pos3D_t ref = at(static_cast<double>(lat) * 1e-7, static_cast<double>(lon) * 1e-7);
     v2xapp_GBMapNodeGetLinkCnt(node, &links);
     for (uint32_t k = 0; k < links && v2xapp_GBMapNodeGetLinkByIndex(node, k, &link) == 0; ++k) {
       int32_t lanes = 0, points = 0;

@@ -15,16 +15,16 @@ bool vehicleUsable(double lat, double lon) {
 c_pos3D_t nodeReference(const Node_t& node) {
   c_pos3D_t ref{};
   ref.posIsValid = true;
-  ref.lat = node.refPos.lat * 1e-7;
-  ref.lon = node.refPos.Long * 1e-7;
+  ref.lat = static_cast<double>(node.refPos.lat) * 1e-7;
+  ref.lon = static_cast<double>(node.refPos.Long) * 1e-7;
   ref.elevIsValid = node.refPos.elevation != nullptr;
-  if (ref.elevIsValid) ref.elevation = *node.refPos.elevation * 0.1;
+  if (ref.elevIsValid) ref.elevation = static_cast<double>(*node.refPos.elevation) * 0.1;
   return ref;
 }
 
 bool laneWidthMetres(const Lane_t& lane, double& width) {
   if (lane.laneWidth == nullptr) return false;
-  width = *lane.laneWidth / 100.0;
+  width = static_cast<double>(*lane.laneWidth) / 100.0;
   return true;
 }
 

@@ -84,7 +84,7 @@ std::vector<LatLon> positionsAround(const std::vector<NodeSpec>& nodes, std::mt1
       out.push_back(a);
       continue;
     }
-    const double half = lane->widthCm > 0 ? lane->widthCm / 200.0 : 1.5;
+    const double half = lane->widthCm > 0 ? static_cast<double>(lane->widthCm) / 200.0 : 1.5;
     const double length = inverse(a, b);
     // A tenth of the cases right at the half width, where the walk's
     // strict test decides by a hair.
@@ -158,7 +158,7 @@ TEST(PreparedMatcher, SameAnswersAsTheWalkOnARealIntersection) {
     const PointList& pts = *links.list.array[k]->lanes.list.array[0]->points;
     for (int i = 0; i < pts.list.count; ++i) {
       const auto& ll = pts.list.array[i]->posOffset.offsetLL.choice.position_LatLon;
-      lane.points.push_back({ll.lat * 1e-7, ll.lon * 1e-7});
+      lane.points.push_back({static_cast<double>(ll.lat) * 1e-7, static_cast<double>(ll.lon) * 1e-7});
     }
     shape[0].links.push_back({{lane}});
   }
