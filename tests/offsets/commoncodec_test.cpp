@@ -241,17 +241,21 @@ TEST(PosOffset, BadArgumentsGetAnErrorLineAndLeaveTheOutputAlone) {
   c_pos3D_t pos = fpos(30, 120, 10), nan = fpos(30, NAN, 10), out{};
   Position3D_t ipos{};
   Llv llv;
-  const std::pair<int32_t, const char*> calls[] = {
-      {setPosOffsetLLV(nullptr, &pos, &llv.v), "input para error"},
-      {setPosOffsetLLV(&nan, &pos, &llv.v), "input para error"},
-      {prasePosOffsetLLV(nullptr, &pos, &out), "input param error"},
-      {prasePosOffsetVOriginal(nullptr, &ipos, nullptr), "input param error"},
+  // Setters answer -2, parsers -1; each says so in one error line.
+  const struct {
+    int32_t ret, want;
+    const char* text;
+  } calls[] = {
+      {setPosOffsetLLV(nullptr, &pos, &llv.v), -2, "input para error"},
+      {setPosOffsetLLV(&nan, &pos, &llv.v), -2, "input para error"},
+      {prasePosOffsetLLV(nullptr, &pos, &out), -1, "input param error"},
+      {prasePosOffsetVOriginal(nullptr, &ipos, nullptr), -1, "input param error"},
   };
   v2xlog_Flush();
   std::ifstream in(path);
   std::string line;
-  for (const auto& [ret, text] : calls) {
-    EXPECT_EQ(std::string(text).ends_with("param error") ? -1 : -2, ret);
+  for (const auto& [ret, want, text] : calls) {
+    EXPECT_EQ(want, ret) << text;
     ASSERT_TRUE(std::getline(in, line)) << "no log line for: " << text;
     EXPECT_TRUE(line.find("[UPER][ERR]") != std::string::npos && line.ends_with(std::string(":") + text)) << line;
   }

@@ -1,3 +1,4 @@
+/** \file v2xapp_commoncodec.h \brief Bit strings and position offsets of MAP messages. */
 /*
  * Common codec helpers of the MAP library: small integers to and from the
  * message set's BIT STRING members, and absolute positions to and from the

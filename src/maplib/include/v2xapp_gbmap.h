@@ -1,7 +1,9 @@
+/** \file v2xapp_gbmap.h \brief MAP messages: life cycle, counter and time stamp, UPER and XER. */
 /*
- * MAP message library: life cycle, transfer syntaxes and (in later versions)
- * builder, query, lane matching and point conversion over the CSAE
- * MessageFrame / MapData structure. Plain C interface for RSU programs.
+ * MAP message library over the CSAE MessageFrame / MapData structure, plain C
+ * interface for RSU programs. This header: creating and releasing a message
+ * and its transfer syntaxes. Building one: v2xapp_gbmap_build.h; reading one:
+ * v2xapp_gbmap_query.h; lane matching: v2xapp_gbmap_match.h.
  */
 #ifndef V2XAPP_GBMAP_H
 #define V2XAPP_GBMAP_H
