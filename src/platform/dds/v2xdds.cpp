@@ -307,6 +307,24 @@ bool plainTopicChar(const char* s, size_t i) {
   return false;
 }
 
+// A receive callback cannot wait for its own dispatch thread: refused, logged.
+bool fromOwnCallback(Object* o, const char* what) {
+  if (!o->dispatcher.joinable() || o->dispatcher.get_id() != std::this_thread::get_id()) return false;
+  V2XLOG(&g_curTag, 2, "%s called from a receive callback: refused", what);
+  return true;
+}
+
+// Blocked sends give up; the dispatch thread ends after the callback in progress.
+void stopDispatch(Object* o) {
+  o->stopped.store(true, std::memory_order_relaxed);
+  {
+    std::lock_guard<std::mutex> lock(o->queueMutex);
+    o->stopping = true;
+  }
+  o->queueCv.notify_all();
+  if (o->dispatcher.joinable()) o->dispatcher.join();
+}
+
 }  // namespace
 
 extern "C" {
@@ -485,28 +503,13 @@ int32 get_match_cnt(void* obj, const char* topic) {
 
 void dds_stop(void* obj) {
   Object* o = static_cast<Object*>(obj);
-  if (o == nullptr) return;
-  if (o->dispatcher.joinable() && o->dispatcher.get_id() == std::this_thread::get_id()) {
-    V2XLOG(&g_curTag, 2, "dds_stop called from a receive callback: refused");
-    return;
-  }
-  o->stopped.store(true, std::memory_order_relaxed);
-  {
-    std::lock_guard<std::mutex> lock(o->queueMutex);
-    o->stopping = true;
-  }
-  o->queueCv.notify_all();
-  if (o->dispatcher.joinable()) o->dispatcher.join();
+  if (o != nullptr && !fromOwnCallback(o, "dds_stop")) stopDispatch(o);
 }
 
 void destroy_dds(void* obj) {
   Object* o = static_cast<Object*>(obj);
-  if (o == nullptr) return;
-  if (o->dispatcher.joinable() && o->dispatcher.get_id() == std::this_thread::get_id()) {
-    V2XLOG(&g_curTag, 2, "destroy_dds called from a receive callback: refused");
-    return;
-  }
-  dds_stop(o);
+  if (o == nullptr || fromOwnCallback(o, "destroy_dds")) return;
+  stopDispatch(o);
   if (o->participant > 0) {
     // Give matched readers a moment to acknowledge what was written last, so
     // a message sent just before leaving is not lost with the writer.
