@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds both configurations (plain and
-# AddressSanitizer + UBSan) and runs every test through CTest.
+# Installs what is missing, builds the three configurations (plain,
+# AddressSanitizer + UBSan, ThreadSanitizer) and runs every test through CTest
+# in each. Prints the build and test time of each configuration.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -8,13 +9,18 @@ export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 jobs="${JOBS:-$(nproc)}"
 status=0
-for kind in release asan; do
-  dir=build; [ "$kind" = asan ] && dir=build-asan
+times=()
+for kind in release asan tsan; do
+  case "$kind" in release) dir=build ;; *) dir="build-$kind" ;; esac
+  start=$SECONDS
   echo "== building $kind"
   bash scripts/build.sh "$kind"
+  built=$SECONDS
   echo "== testing $kind"
   if ! ctest --test-dir "$dir" --output-on-failure -j "$jobs" --timeout 600; then
     status=1
   fi
+  times+=("$kind: build $((built - start)) s, tests $((SECONDS - built)) s")
 done
+printf '== %s\n' "${times[@]}"
 exit $status

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <sys/time.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -149,12 +150,14 @@ int32 v2xmapconv_SetCfgData(map_conv_config_t* p_mapconv_cfg) {
   return 0;
 }
 
+#ifdef V2X_TEST_SEAMS
 void v2xmapconv_ResetCfgForTest(void) {
   pthread_mutex_lock(&g_convcfg_lock);
   std::memset(&g_mapconv_cfg, 0, sizeof(g_mapconv_cfg));
   g_convcfg_active = false;
   pthread_mutex_unlock(&g_convcfg_lock);
 }
+#endif
 
 int32 v2xrsucloud_parseXML(char* xml, char* tag, char* out_value, int32_t max_out_len) {
   V2XLOG_START(&g_curTag);
@@ -230,7 +233,9 @@ char* get_now_time_str(uint64_t* timeStamp) {
   static char timeStr[128];
   struct timeval tv {};
   gettimeofday(&tv, nullptr);
-  if (timeStamp != nullptr) *timeStamp = static_cast<uint64_t>(tv.tv_sec);
+  // The time of the last record is read by the map data task while the
+  // map-down callback stores the next map: one atomic 64-bit value.
+  if (timeStamp != nullptr) std::atomic_ref<uint64_t>(*timeStamp).store(static_cast<uint64_t>(tv.tv_sec));
   struct tm tmv {};
   time_t secs = tv.tv_sec;
   localtime_r(&secs, &tmv);

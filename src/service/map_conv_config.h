@@ -35,10 +35,15 @@ int32 v2xmapconv_SetCfgData(map_conv_config_t* p_mapconv_cfg);
 int32 v2xrsucloud_parseXML(char* xml, char* tag, char* out_value, int32_t max_out_len);
 int32 v2xmapconv_GetSysinfo(map_conv_config_t* mapconv_cfg);
 
+/* Writes a map record (replaced atomically). *timeStamp, when given, receives
+ * the record's time in seconds since 1970 as one atomic store: other threads
+ * read it while the next map is stored. */
 int32 v2xmapconv_WriteMapCfg(char* p_file_name, char* eTag, char* md5sum_str, uint64_t* timeStamp);
 
-/* Test support: forgets the cached configuration so the next read goes to the file. */
+#ifdef V2X_TEST_SEAMS
+/* Tests only: forgets the cached configuration so the next read goes to the file. */
 void v2xmapconv_ResetCfgForTest(void);
+#endif
 
 #ifdef __cplusplus
 }

@@ -1,15 +1,18 @@
 // Service entry: options, start-up sequence, signals and the main loop.
 #include "map_conv_deamon.h"
 
+#include <fcntl.h>
 #include <getopt.h>
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 #include "map_conv_config.h"
 #include "map_conv_interface.h"
@@ -26,7 +29,11 @@ v2xlog_config_t g_curTag = {nullptr, "MMAP"};
 int32 g_logLevelFlag = 4;
 char g_logfilePath[256] = "/opt/v2x_service/log/map_conv.log";
 char g_workDir[256] = "/opt/v2x_service";
-volatile sig_atomic_t g_appRunningFlag = 1;
+// Cleared by a stop signal, whichever thread the kernel runs the handler on.
+std::atomic<bool> g_appRunningFlag{true};
+static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler writes it");
+// The handler also writes a byte here, so the main loop wakes at once.
+int g_wakePipe[2] = {-1, -1};
 int32 g_lopt = 0;
 v2xcloud_comm_ddsinfo_t g_ddsinfo;
 
@@ -81,17 +88,26 @@ void writeSignalLine(const char* name, int count) {
 void sigHandler(int sig, siginfo_t* info, void* ucontext) {
   (void)info;
   (void)ucontext;
-  static int32 count = 0;
+  static std::atomic<int32> count{0};
   switch (sig) {
     case SIGINT: writeSignalLine("SIGINT", ++count); break;
     case SIGQUIT: writeSignalLine("SIGQUIT", ++count); break;
     case SIGTERM: writeSignalLine("SIGTERM", ++count); break;
-    default: writeSignalLine("default", count); break;
+    default: writeSignalLine("default", count.load()); break;
   }
-  g_appRunningFlag = 0;
+  g_appRunningFlag.store(false);
+  if (g_wakePipe[1] >= 0) {
+    ssize_t ignored = write(g_wakePipe[1], "", 1);
+    (void)ignored;
+  }
 }
 
 void v2xmapconv_signalsRegister(void) {
+  if (pipe2(g_wakePipe, O_CLOEXEC | O_NONBLOCK) != 0) {
+    // The main loop still looks at the flag once a second.
+    V2XLOG(&g_curTag, 3, "no wake-up pipe for the main loop: %s", std::strerror(errno));
+    g_wakePipe[0] = g_wakePipe[1] = -1;
+  }
   signal(SIGPIPE, SIG_IGN);
   struct sigaction act {};
   act.sa_sigaction = sigHandler;
@@ -100,6 +116,30 @@ void v2xmapconv_signalsRegister(void) {
   sigaction(SIGINT, &act, nullptr);
   sigaction(SIGQUIT, &act, nullptr);
   sigaction(SIGTERM, &act, nullptr);
+}
+
+// Files that a write cut short (a crash, a power loss) left beside the
+// configuration and the map files; nothing else writes there yet.
+void removeStaleTempFiles(const map_conv_config_t* cfg) {
+  char* path = nullptr;
+  v2xmapconv_GetCfgDir("conf", &path);
+  v2xpub_RemoveStaleTempFiles(path);
+  if (cfg->m_MapDataDir[0] != '\0') {
+    v2xmapconv_GetMapDataDir(cfg->m_MapDataDir, &path);
+    v2xpub_RemoveStaleTempFiles(path);
+  }
+}
+
+// Sleeps until a stop signal, looking at the flag at least once a second.
+void waitForStop() {
+  while (g_appRunningFlag.load()) {
+    pollfd p{g_wakePipe[0], POLLIN, 0};
+    if (poll(&p, g_wakePipe[0] >= 0 ? 1 : 0, 1000) > 0) {
+      char drain[16];
+      while (read(g_wakePipe[0], drain, sizeof(drain)) > 0) {
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -117,9 +157,13 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
     switch (g_lopt) {
       case 'h': std::printf("%s", g_help); std::exit(0);
       case 'v': std::printf("version:%s\n", MAP_CONV_VERSION); std::exit(0);
-      // No range check: a non-number gives level 0, as documented.
+      // A non-number gives level 0, as documented; a number out of range is
+      // reported and leaves every tag at the default level.
       case 'd':
         g_logLevelFlag = std::atoi(optarg);  // NOLINT(cert-err34-c)
+        if (g_logLevelFlag < 0 || g_logLevelFlag > V2XLOG_MAX_LEVEL)
+          std::fprintf(stderr, "warning: log level %d is out of range 0-%d; the tags log at level %d\n", g_logLevelFlag,
+                       V2XLOG_MAX_LEVEL, V2XLOG_DEFAULT_LEVEL);
         break;
       case 'f': copyArg(g_logfilePath, sizeof(g_logfilePath), optarg); break;
       case 'w': copyArg(g_workDir, sizeof(g_workDir), optarg); break;
@@ -134,15 +178,19 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
 
   v2xipc_CfgInit(g_workDir);
   v2xmapconv_signalsRegister();
-  v2xmapconv_InitCfg(g_workDir);
+  if (v2xmapconv_InitCfg(g_workDir) != 0) {
+    std::fprintf(stderr, "v2x_map_convert: work directory %s is longer than %d characters, refused; stopping\n",
+                 g_workDir, MAP_CONV_CFG_DIR_LEN - 1);
+  }
   v2xpub_PubSubInit();
 
   map_conv_config_t* p_mapconvcfg = nullptr;
   int32 ret = v2xmapconv_GetCfgData(&p_mapconvcfg);
   if (ret != 0) {
-    g_appRunningFlag = 0;
+    g_appRunningFlag.store(false);
     return ret;
   }
+  removeStaleTempFiles(p_mapconvcfg);
   v2xmapconv_StackInterfaceInit();
   v2xmapconv_SetMapConvStatus(V2X_CONV_RUN_STATUS_AVAILABLE);
   v2xcloud_ddsInit(&g_ddsinfo, p_mapconvcfg->m_sysinfo.m_device_id);
@@ -152,15 +200,18 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
 }
 
 int32 v2xmapconv_exec(void) {
-  // Whole one-second steps: a signal does not cut a step short, so a stop is
-  // seen at the next step, at most a second later.
-  while (g_appRunningFlag != 0) {
-    struct timespec step = {1, 0};
-    while (nanosleep(&step, &step) != 0 && errno == EINTR) {
-    }
-  }
+  waitForStop();
   V2XLOG(&g_curTag, 4, "stopping");
+  const auto start = std::chrono::steady_clock::now();
+  // Every thread ends before main returns. First whatever may wait: exchanges
+  // with the V2X protocol process end at once, the DDS callbacks end and DDS
+  // sends stop waiting for readers; then the tasks and the sockets.
+  v2xmapconv_StackInterfaceStop();
   v2xcloud_ddsExit(&g_ddsinfo);
+  v2xmapconv_TaskExit();
+  v2xmapconv_StackInterfaceExit();
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+  V2XLOG(&g_curTag, 4, "stopped in %lld ms", static_cast<long long>(ms.count()));
   v2xlog_Flush();
   return 0;
 }

@@ -1,6 +1,7 @@
 // Service status records and the two periodic tasks.
 #include "map_conv_interface.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -14,8 +15,19 @@ namespace {
 
 v2xlog_config_t g_curTag = {nullptr, "INTF"};
 
+// The run statuses are written and read on different threads (start-up, the
+// DDS callback, the status task, other modules): single bytes, accessed atomically.
 service_status_t g_mapconv_st;
 service_status_t g_cloud_st;
+
+void storeStatus(service_status_t& st, uint8 type, e_run_status_value run_st) {
+  std::atomic_ref<uint8>(st.service_type).store(type, std::memory_order_relaxed);
+  std::atomic_ref<uint8>(st.run_status).store(static_cast<uint8>(run_st), std::memory_order_relaxed);
+}
+
+uint8 loadRunStatus(service_status_t& st) {
+  return std::atomic_ref<uint8>(st.run_status).load(std::memory_order_relaxed);
+}
 
 V2XPUB_TASKHANDLE handle_rsi_conv = nullptr;
 V2XPUB_TASKHANDLE handle_get_map = nullptr;
@@ -34,25 +46,23 @@ void fillTask(v2xpub_TaskInitPara_t* para, const char* name, uint32 priority, ui
 extern "C" {
 
 void v2xmapconv_SetMapConvStatus(e_run_status_value run_st) {
-  g_mapconv_st.service_type = V2X_CLOUD_SERVICE_TYPE_MAP;
-  g_mapconv_st.run_status = static_cast<uint8>(run_st);
+  storeStatus(g_mapconv_st, V2X_CLOUD_SERVICE_TYPE_MAP, run_st);
 }
 
 void v2xmapconv_GetMapConvStatus(service_status_t* st) {
   if (st == nullptr) return;
   st->service_type = V2X_CLOUD_SERVICE_TYPE_MAP;
-  st->run_status = g_mapconv_st.run_status;
+  st->run_status = loadRunStatus(g_mapconv_st);
 }
 
 void v2xmapconv_SetCloudStatus(e_run_status_value run_st) {
-  g_cloud_st.service_type = V2X_CLOUD_SERVICE_TYPE_CLOUD;
-  g_cloud_st.run_status = static_cast<uint8>(run_st);
+  storeStatus(g_cloud_st, V2X_CLOUD_SERVICE_TYPE_CLOUD, run_st);
 }
 
 void v2xmapconv_GetCloudStatus(service_status_t* st) {
   if (st == nullptr) return;
   st->service_type = V2X_CLOUD_SERVICE_TYPE_CLOUD;
-  st->run_status = g_cloud_st.run_status;
+  st->run_status = loadRunStatus(g_cloud_st);
 }
 
 int32 v2xmapconv_TaskInit(void) {
@@ -69,6 +79,13 @@ int32 v2xmapconv_TaskInit(void) {
   return ret;
 }
 
+void v2xmapconv_TaskExit(void) {
+  for (V2XPUB_TASKHANDLE* handle : {&handle_rsi_conv, &handle_get_map}) {
+    v2xpub_TaskStop(*handle);
+    *handle = nullptr;
+  }
+}
+
 void SendMapConvStatusToCommSoft(void* arg) {
   (void)arg;
   v2xcloud_comm_ddsinfo_t* ddsinfo = v2xmapconv_GetddsInfo();
@@ -76,16 +93,14 @@ void SendMapConvStatusToCommSoft(void* arg) {
     V2XLOG(&g_curTag, 2, "Get ddsinfo failed!");
     return;
   }
-  v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_conv_send_topic, &g_mapconv_st, sizeof(g_mapconv_st));
+  service_status_t status;
+  std::memset(&status, 0, sizeof(status));
+  v2xmapconv_GetMapConvStatus(&status);
+  v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_conv_send_topic, &status, sizeof(status));
 
-  v2xcloud_map_data_t* last = nullptr;
-  if (v2xcloud_GetMapDownData(&last) == 0 && last != nullptr) {
-    map_to_rsucloud_t map_to_rsu_data;
-    std::memset(&map_to_rsu_data, 0, sizeof(map_to_rsu_data));
-    map_to_rsu_data.mapSlice = last->mapSlice;
-    std::snprintf(map_to_rsu_data.eTag, sizeof(map_to_rsu_data.eTag), "%.63s", last->eTag);
+  map_to_rsucloud_t map_to_rsu_data;
+  if (v2xcloud_GetLastMapRecord(&map_to_rsu_data) == 0)
     v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_to_rsucloud_topic, &map_to_rsu_data, sizeof(map_to_rsu_data));
-  }
 }
 
 }  // extern "C"

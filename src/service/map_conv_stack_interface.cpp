@@ -22,6 +22,9 @@ constexpr uint32 kRsuDataLen = sizeof(v2xipc_rsuData);
 constexpr uint32 kLogCmdLen = sizeof(v2xipc_logCmd);
 constexpr int32 kReqTimeoutMs = 5000;
 constexpr const char* kStackPeer = "RSU_RCV";
+// Both sockets stay on this host unless the port file's "bind" says otherwise:
+// whoever can reach the log tool socket can change the log levels.
+constexpr const char* kLocalAddr = "127.0.0.1";
 
 v2x_ipc_config_t* ipcConf() {
   if (g_ipc_conf == nullptr) v2xipc_GetIpcConfValue(&g_ipc_conf);
@@ -110,7 +113,7 @@ int32 v2xmapconv_StackInterfaceInit(void) {
   v2xpub_SocketInitPara_t para;
   std::memset(&para, 0, sizeof(para));
   std::strcpy(para.m_sockName, "MAP_CONV_SEND");
-  std::strcpy(para.m_localIP, "0.0.0.0");
+  std::strcpy(para.m_localIP, kLocalAddr);
   para.m_cliPort = conf->m_map_conv_sndport;
   para.m_cliEnable = 1;
   int32 ret = v2xipc_SocketInit(&g_mapconv_sendhandle, conf, &para);
@@ -121,7 +124,7 @@ int32 v2xmapconv_StackInterfaceInit(void) {
 
   std::memset(&para, 0, sizeof(para));
   std::strcpy(para.m_sockName, "MAP_C_LOGTOOL");
-  std::strcpy(para.m_localIP, "0.0.0.0");
+  std::strcpy(para.m_localIP, kLocalAddr);
   para.m_svrPort = conf->m_mapconv_logtool_rcvport;
   para.m_svrEnable = 1;
   para.f_msgFunc = GetLogCtl;
@@ -265,6 +268,11 @@ void SendGetMapDataToAPP(void* arg) {
     return;
   }
   v2xmapconv_GetMapDataResp(&recvData);
+}
+
+void v2xmapconv_StackInterfaceStop(void) {
+  v2xipc_SocketShutdown(g_mapconv_sendhandle);
+  v2xipc_SocketShutdown(g_logToolHandle);
 }
 
 void v2xmapconv_StackInterfaceExit(void) {

@@ -112,7 +112,11 @@ void SendGetMapDataToAPP(void* arg);
 /* Receive routine of the log tool socket. */
 void GetLogCtl(V2X_UDPSOCKHANDLE handle, void* p_data, void* addr, int16_t addrLen);
 
-/* Closes both sockets (tests; the service keeps them to the end). */
+/* First step of shutdown, while other threads may still use the sockets: an
+ * exchange with the V2X protocol process in progress or begun later ends at
+ * once with an error, and the log tool socket stops serving. */
+void v2xmapconv_StackInterfaceStop(void);
+/* Closes both sockets; no other thread may use them any more. */
 void v2xmapconv_StackInterfaceExit(void);
 
 /* Module internals, visible for the tests. */

@@ -19,14 +19,14 @@ namespace {
 
 v2xlog_config_t g_curTag = {nullptr, "MDDS"};
 
-// The last map received; rewritten by the map-down callback, read by the
-// status task.
+// The last map received: filled on the map-down callback's thread, read by
+// the status task through v2xcloud_GetLastMapRecord, both under g_lastMapLock.
 v2xcloud_map_data_t g_map_down_data;
+std::mutex g_lastMapLock;
 
 // Sends take it shared; exit takes it once, exclusively, to mark the link
-// closed before the object and the topic strings go away. Later sends (the
-// status task keeps running until the process ends) return -2 without
-// touching either.
+// closed before the object and the topic strings go away. Later sends (a
+// task that has not been stopped yet) return -2 without touching either.
 std::shared_mutex g_linkLock;
 bool g_linkClosed = false;
 
@@ -137,11 +137,13 @@ int32 v2xcloud_ddsExit(v2xcloud_comm_ddsinfo_t* ddsinfo) {
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
+  // No callback starts any more; the one in progress finishes (its sends still
+  // go out) and a send blocked on a reader that does not answer gives up.
+  dds_stop(ddsinfo->dds_object);
   {
     std::unique_lock<std::shared_mutex> lock(g_linkLock);
     g_linkClosed = true;
   }
-  // Waits for a callback in progress; its sends find the link closed.
   destroy_dds(ddsinfo->dds_object);
   std::free(ddsinfo->mp_map_conv_send_topic);
   std::free(ddsinfo->mp_commsoft_recv_topic);
@@ -199,15 +201,23 @@ void v2xcloud_ddsRecvMapDown(void* data, unsigned int len) {
   }
   if (len < kSampleLen) {
     V2XLOG(&g_curTag, 7, "recv_total:%d", static_cast<int>(dds_len));
-    std::memset(&g_map_down_data, 0, sizeof(g_map_down_data));
+    // Read into a record of this thread's own; the status task sees it once
+    // it is read, as the last map.
+    v2xcloud_map_data_t mapData;
+    std::memset(&mapData, 0, sizeof(mapData));
     V2XAPP_GBMHANDLE frame = nullptr;
     if (v2xapp_GBMapStrInit(&frame) == 0 && frame != nullptr) {
-      g_map_down_data.map = static_cast<struct MessageFrame*>(frame);
-      ret = v2xmapconv_MapDownJsonToStruct(dds_data, &g_map_down_data);
+      mapData.map = static_cast<struct MessageFrame*>(frame);
+      ret = v2xmapconv_MapDownJsonToStruct(dds_data, &mapData);
+      {
+        std::lock_guard<std::mutex> lock(g_lastMapLock);
+        g_map_down_data = mapData;
+        g_map_down_data.map = nullptr;  // released below
+      }
       if (ret == 0) {
         v2xipc_mapRefresh_t mapRefreshData;
         std::memset(&mapRefreshData, 0, sizeof(mapRefreshData));
-        if (v2xmapconv_WriteMapDataToCfg(&g_map_down_data, &mapRefreshData) != 0) {
+        if (v2xmapconv_WriteMapDataToCfg(&mapData, &mapRefreshData) != 0) {
           v2xmapconv_SetErrorCode(18);
           V2XLOG(&g_curTag, 2, "Write map data to cfg failed!");
         } else {
@@ -216,10 +226,10 @@ void v2xcloud_ddsRecvMapDown(void* data, unsigned int len) {
       }
       // -18 (eTag unchanged) is a success with nothing to store; any other
       // failure has its error code set by the reader.
-      frame = g_map_down_data.map;
+      frame = mapData.map;
       v2xapp_GBMapStrDel(&frame);
-      g_map_down_data.map = nullptr;
-      if (g_map_down_data.ack) v2xmapconv_MapDownAckToCloud(&g_map_down_data);
+      mapData.map = nullptr;
+      if (mapData.ack) v2xmapconv_MapDownAckToCloud(&mapData);
     }
     std::memset(dds_data, 0, sizeof(dds_data));
     dds_len = 0;
@@ -252,6 +262,15 @@ void v2xcloud_ddsRecvMapAck(void* data, unsigned int len) {
 int32 v2xcloud_GetMapDownData(v2xcloud_map_data_t** map_down_data) {
   if (map_down_data == nullptr) return -2;
   *map_down_data = &g_map_down_data;
+  return 0;
+}
+
+int32 v2xcloud_GetLastMapRecord(map_to_rsucloud_t* record) {
+  if (record == nullptr) return -2;
+  std::memset(record, 0, sizeof(*record));
+  std::lock_guard<std::mutex> lock(g_lastMapLock);
+  record->mapSlice = g_map_down_data.mapSlice;
+  std::snprintf(record->eTag, sizeof(record->eTag), "%.63s", g_map_down_data.eTag);
   return 0;
 }
 

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -146,5 +147,75 @@ inline bool prepareWorkdir(const std::string& dir) {
   std::string cmd = std::string("bash ") + V2X_SOURCE_DIR + "/scripts/prepare-workdir.sh '" + dir + "' >/dev/null";
   return std::system(cmd.c_str()) == 0;
 }
+
+// A device id no other test process uses: tests run in parallel, and every
+// service on DDS domain 200 meets every other under its device's topics.
+inline std::string uniqueDevice(const std::string& stem) {
+  static int serial = 0;
+  return stem + "-" + std::to_string(::getpid()) + "." + std::to_string(++serial);
+}
+
+// The IPC port file of a working directory: the V2X protocol process listens
+// at appRsPort (a port the test got from the kernel; 0: nobody), the service's
+// own sockets get free ports from the kernel. No "bind" group: loopback.
+inline void writeIpcConfig(const std::string& workDir, uint16_t appRsPort) {
+  writeFile(workDir + "/conf/v2x_ipc_port.cfg",
+            "ports : { m_app_rs_rcvport = " + std::to_string(appRsPort) +
+                "; m_map_conv_sndport = 0; m_mapconv_logtool_rcvport = 0; };\n"
+                "endpoints : { RSU_RCV = \"127.0.0.1\"; MAP_C_LOGTOOL = \"127.0.0.1\"; };\n");
+}
+
+// The sample working directory with its own device id and ports, for a
+// service that runs beside other tests' services.
+inline bool prepareWorkdir(const std::string& dir, const std::string& device, uint16_t appRsPort = 0) {
+  if (!prepareWorkdir(dir)) return false;
+  std::string sysinfo = readFile(dir + "/conf/rsu_sysinfo.xml");
+  const size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
+  if (a == std::string::npos || b == std::string::npos) return false;
+  writeFile(dir + "/conf/rsu_sysinfo.xml", sysinfo.replace(a + 11, b - a - 11, device));
+  writeIpcConfig(dir, appRsPort);
+  return true;
+}
+
+inline size_t countOf(const std::string& text, const std::string& needle) {
+  size_t n = 0;
+  for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) ++n;
+  return n;
+}
+
+// Polls a file (bounded) until it holds `needle` `times` times.
+inline bool waitForText(const std::string& path, const std::string& needle, size_t times = 1,
+                        std::chrono::milliseconds bound = std::chrono::seconds(20)) {
+  const auto end = std::chrono::steady_clock::now() + bound;
+  while (countOf(readFile(path), needle) < times && std::chrono::steady_clock::now() < end)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  return countOf(readFile(path), needle) >= times;
+}
+
+// The port a socket of the service got, from its log line (0: not found).
+inline uint16_t loggedPort(const std::string& logText, const std::string& name, const std::string& key) {
+  const size_t at = logText.find("socket " + name + " open on ");
+  const size_t p = at == std::string::npos ? at : logText.find(key, at);
+  return p == std::string::npos ? 0 : static_cast<uint16_t>(std::stoul(logText.substr(p + key.size())));
+}
+inline uint16_t loggedServerPort(const std::string& logText, const std::string& name) {
+  return loggedPort(logText, name, "server port ");
+}
+inline uint16_t loggedClientPort(const std::string& logText, const std::string& name) {
+  return loggedPort(logText, name, "client port ");
+}
+
+#ifdef V2X_SERVICE_BIN
+// Starts the service on a working directory (log in log/map_conv.log, standard
+// error in service.err) and waits until it reports that it has started.
+inline bool startService(ChildProcess& p, const std::string& workDir, const std::vector<std::string>& extra = {},
+                         const std::vector<std::string>& env = {}) {
+  const std::string log = workDir + "/log/map_conv.log", started = "started, device id";
+  const size_t before = countOf(readFile(log), started);
+  std::vector<std::string> argv = {V2X_SERVICE_BIN, "-w", workDir, "-f", log};
+  argv.insert(argv.end(), extra.begin(), extra.end());
+  return p.start(argv, env, workDir + "/service.err") && waitForText(log, started, before + 1);
+}
+#endif
 
 }  // namespace v2xtest

@@ -17,27 +17,13 @@ using v2xtest::ChildProcess;
 using v2xtest::readFile;
 using v2xtest::TempDir;
 
-size_t count(const std::string& text, const std::string& needle) {
-  size_t n = 0;
-  for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) n++;
-  return n;
-}
+using v2xtest::countOf;
 
 class CloudLinkProcess : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path()));
-    static int serial = 0;
-    device_ = "T-" + std::to_string(getpid()) + "." + std::to_string(++serial);
-    std::string sysinfo = readFile(work_.file("conf/rsu_sysinfo.xml"));
-    size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
-    ASSERT_TRUE(a != std::string::npos && b != std::string::npos);
-    sysinfo.replace(a + 11, b - a - 11, device_);
-    v2xtest::writeFile(work_.file("conf/rsu_sysinfo.xml"), sysinfo);
-
-    ASSERT_TRUE(service_.start({V2X_SERVICE_BIN, "-w", work_.path(), "-f", log(), "-d", "7"}));
-    for (int i = 0; i < 400 && readFile(log()).find("started, device id") == std::string::npos; ++i) usleep(50000);
-    ASSERT_NE(readFile(log()).find("started, device id " + device_), std::string::npos);
+    ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path(), device_));
+    ASSERT_TRUE(v2xtest::startService(service_, work_.path(), {"-d", "7"}));
   }
   void TearDown() override {
     service_.signal(SIGTERM);
@@ -65,7 +51,8 @@ class CloudLinkProcess : public ::testing::Test {
   }
 
   TempDir work_;
-  std::string device_;
+  // With '-' and '.', so the topic name mapping is on the path.
+  const std::string device_ = v2xtest::uniqueDevice("T");
   ChildProcess service_;
 };
 
@@ -102,9 +89,9 @@ TEST_F(CloudLinkProcess, SlicedMapIsStoredOnceAcknowledgedAndReported) {
   // The same map again: acknowledged, nothing rewritten.
   out = sim({"--gen", "3", "--etag", eTag, "--count", "3", "--kind", "ack", "--timeout", "30"}, &rc);
   EXPECT_EQ(rc, 0) << out;
-  EXPECT_EQ(count(out, " ok raw="), 3u) << out;
+  EXPECT_EQ(countOf(out, " ok raw="), 3u) << out;
   EXPECT_EQ(mapFiles(work_.file("mapdata")), stored);
-  EXPECT_EQ(count(readFile(log()), "The etag of map is consistent"), 3u);
+  EXPECT_EQ(countOf(readFile(log()), "The etag of map is consistent"), 3u);
 
   // Within one period: a 26-byte status record of this service and a map
   // record carrying the last slice and eTag.
@@ -162,10 +149,8 @@ TEST_F(CloudLinkProcess, OverlongRunIsDroppedAndTheServiceGoesOn) {
   EXPECT_NE(text.find("Map msg data is too long:10240"), std::string::npos);
   EXPECT_NE(text.find("recv_total:1760"), std::string::npos);
   // Another writer than the maps': no order between the two, so a bounded wait.
-  const std::string commsoft = "v2xcloud_ddsRecvCommSoft start recv:26";
-  for (int i = 0; i < 100 && readFile(log()).find(commsoft) == std::string::npos; i++) usleep(50000);
-  EXPECT_NE(readFile(log()).find(commsoft), std::string::npos);
-  EXPECT_EQ(count(out, "ACK "), 1u) << out;
+  EXPECT_TRUE(v2xtest::waitForText(log(), "v2xcloud_ddsRecvCommSoft start recv:26"));
+  EXPECT_EQ(countOf(out, "ACK "), 1u) << out;
 }
 
 }  // namespace

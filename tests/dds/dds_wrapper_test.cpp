@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "test_process.h"
@@ -195,6 +196,23 @@ TEST(DdsProcesses, BurstFromAnotherProcess) {
     }
   }
   destroy_dds(rx);
+}
+
+// A send that must wait for room in the reader's history (its callback is held,
+// so the reader fills up) gives up once the object is stopped, instead of
+// waiting its full time for every sample.
+TEST_F(DdsPair, StopEndsASendThatWaitsForRoom) {
+  open(uniqueTopic("stop"));
+  {
+    std::lock_guard<std::mutex> l(g_rx.m);
+    g_rx.gateClosed = true;
+  }
+  std::vector<uint8_t> big(8u << 20, 7);  // more samples than the reader holds
+  int32 ret = 0;
+  std::thread sender([&] { ret = dds_send(tx, topic.c_str(), big.data(), static_cast<unsigned>(big.size())); });
+  dds_stop(tx);
+  sender.join();
+  EXPECT_EQ(ret, V2XDDS_ERR_STATE);
 }
 
 TEST_F(DdsPair, MatchCountFollowsRemoteReaders) {

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "ipc_test_util.h"
+#include "udp_peer.h"
 #include "v2xipc.h"
 
 namespace {
@@ -72,14 +72,18 @@ void echo(V2X_UDPSOCKHANDLE h, void* data, void* addr, int16_t addrLen) {
   v2xipc_SocketRespSend(h, nullptr, static_cast<v2xpub_UdpSocketDataHead_t*>(data), addr, addrLen);
 }
 
-// An echo server on a free port and a client aimed at it.
+// An echo server and a client aimed at it, on ports the kernel chose.
 class Exchange : public ::testing::Test {
  protected:
   void SetUp() override {
     v2xipc_CfgInit("/nonexistent");
-    v2xpub_SocketInitPara_t s = para("TEST_SVR", svrPort_, 0, echo), c = para("TEST_CLI", 0, cliPort_, nullptr);
+    v2xpub_SocketInitPara_t s = para("TEST_SVR", 0, 0, echo), c = para("TEST_CLI", 0, 0, nullptr);
     ASSERT_EQ(v2xipc_SocketInit(&server_, nullptr, &s), 0);
     ASSERT_EQ(v2xipc_SocketInit(&client_, nullptr, &c), 0);
+    svrPort_ = v2xipc_SocketLocalPort(server_, 1);
+    cliPort_ = v2xipc_SocketLocalPort(client_, 0);
+    ASSERT_NE(svrPort_, 0);
+    ASSERT_NE(cliPort_, 0);
     ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", svrPort_), 0);
   }
   void TearDown() override {
@@ -101,7 +105,7 @@ class Exchange : public ::testing::Test {
     return v;
   }
 
-  uint16 svrPort_ = v2xtest::freeUdpPort(), cliPort_ = v2xtest::freeUdpPort();
+  uint16 svrPort_ = 0, cliPort_ = 0;
   V2X_UDPSOCKHANDLE server_ = nullptr, client_ = nullptr;
 };
 
@@ -137,7 +141,12 @@ TEST_F(Exchange, SilentPeerTimesOutMissingPeerIsRefusedAndNeitherLingers) {
   Bytes a;
   ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", silent.port()), 0);
   EXPECT_EQ(ask({1}, a, 100), V2XIPC_ERR_TIMEOUT);
-  ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", v2xtest::freeUdpPort()), 0);
+  uint16 gone = 0;
+  {
+    UdpPeer closed;  // a port nobody listens on any more
+    gone = closed.port();
+  }
+  ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", gone), 0);
   EXPECT_EQ(ask({1}, a), V2XIPC_ERR_REFUSED);
   ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", svrPort_), 0);
   EXPECT_EQ(ask({9, 9}, a), 0);
@@ -157,6 +166,32 @@ TEST_F(Exchange, TwoThreadsOnOneHandleEachGetTheirOwnAnswers) {
   t1.join();
   t2.join();
   EXPECT_EQ(wrong.load(), 0);
+}
+
+// Shutdown ends the exchange waiting for its answer and the one waiting for
+// its turn (each would otherwise wait a minute), and every later one.
+TEST_F(Exchange, ShutdownEndsEveryWaitAndRefusesLaterExchanges) {
+  UdpPeer silent;
+  ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", silent.port()), 0);
+  int32 first = 0, second = 0;
+  std::thread waitsForAnswer([&] {
+    Bytes a;
+    first = ask({1}, a, 60000);
+  });
+  Bytes request;
+  ASSERT_TRUE(silent.receive(request));  // the first exchange holds the turn now
+  std::thread waitsForTurn([&] {
+    Bytes a;
+    second = ask({2}, a, 60000);
+  });
+  EXPECT_EQ(v2xipc_SocketShutdown(client_), 0);
+  waitsForAnswer.join();
+  waitsForTurn.join();
+  EXPECT_EQ(first, V2XIPC_ERR_CLOSED);
+  EXPECT_EQ(second, V2XIPC_ERR_CLOSED);
+  Bytes a;
+  EXPECT_EQ(ask({3}, a), V2XIPC_ERR_CLOSED);
+  EXPECT_EQ(v2xipc_SocketShutdown(nullptr), V2XIPC_ERR_PARAM);
 }
 
 TEST(IpcSocket, BindOverrideAndBusyPortFailTheInit) {

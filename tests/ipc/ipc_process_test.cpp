@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "ipc_test_util.h"
 #include "map_conv_stack_interface.h"
 #include "map_samples.h"
+#include "udp_peer.h"
 
 #ifdef V2X_CLOUD_SIM_BIN
 #include <mbedtls/md5.h>
@@ -23,37 +23,45 @@ namespace {
 
 using v2xtest::ChildProcess;
 
-size_t countOf(const std::string& text, const std::string& needle) {
-  size_t n = 0;
-  for (size_t pos = text.find(needle); pos != std::string::npos; pos = text.find(needle, pos + 1)) ++n;
-  return n;
-}
+using v2xtest::countOf;
 
-// A working directory with its own ports, and the service started on it.
+// A working directory with its own device id and ports, and the service started on it.
 class IpcProcess : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path()));
-    v2xtest::writeIpcConfig(work_.path(), ports_);
-  }
+  void SetUp() override { ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path(), device_)); }
   void TearDown() override {
-    if (service_.signal(SIGTERM)) service_.waitExit();
+    if (!service_.signal(SIGTERM)) return;
+    const int st = service_.waitExit();
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st << "\n" << v2xtest::readFile(work_.file("service.err"));
   }
   std::string log() const { return v2xtest::readFile(work_.file("log/map_conv.log")); }
   void startService(std::vector<std::string> extra = {}) {
-    std::vector<std::string> argv = {V2X_SERVICE_BIN, "-w", work_.path(), "-f", work_.file("log/map_conv.log")};
-    argv.insert(argv.end(), extra.begin(), extra.end());
-    ASSERT_TRUE(service_.start(argv, {}, work_.file("service.err")));
-    ASSERT_TRUE(waitForLog("started, device id"));
+    ASSERT_TRUE(v2xtest::startService(service_, work_.path(), extra));
+    logToolPort_ = v2xtest::loggedServerPort(log(), "MAP_C_LOGTOOL");
+    ASSERT_NE(logToolPort_, 0);
   }
   bool waitForLog(const std::string& needle, size_t times = 1) const {
-    for (int i = 0; i < 400 && countOf(log(), needle) < times; ++i) usleep(50000);
-    return countOf(log(), needle) >= times;
+    return v2xtest::waitForText(work_.file("log/map_conv.log"), needle, times);
+  }
+  // Starts the stack peer on a port the kernel chooses and points the port
+  // file at it (before the service starts, so there is no race for a port).
+  void startStackPeer(ChildProcess& sim, std::vector<std::string> extra) {
+    std::vector<std::string> argv = {V2X_STACK_SIM_BIN, "-w", work_.path()};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    ASSERT_TRUE(sim.start(argv));
+    const std::string listening = "listening on 127.0.0.1:";
+    ASSERT_TRUE(sim.waitForOutput(", maps from"));
+    const size_t at = sim.output().find(listening);
+    ASSERT_NE(at, std::string::npos) << sim.output();
+    const unsigned long port = std::stoul(sim.output().substr(at + listening.size()));
+    ASSERT_NE(port, 0UL);
+    v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(port));
   }
   // Runs the log tool to its end; its exit code, and its output in `out`.
   int logTool(const std::vector<std::string>& args, std::string& out) {
     ChildProcess p;
-    std::vector<std::string> argv = {V2X_LOGTOOL_BIN, "-w", work_.path(), "-T", "1000"};
+    std::vector<std::string> argv = {V2X_LOGTOOL_BIN, "-w", work_.path(), "-p", std::to_string(logToolPort_), "-T",
+                                     "1000"};
     argv.insert(argv.end(), args.begin(), args.end());
     if (!p.start(argv, {}, work_.file("logtool.err"))) return -1;
     int st = p.waitExit();
@@ -63,7 +71,8 @@ class IpcProcess : public ::testing::Test {
   }
 
   v2xtest::TempDir work_;
-  v2xtest::IpcPorts ports_;
+  const std::string device_ = v2xtest::uniqueDevice("IPC");
+  uint16_t logToolPort_ = 0;
   ChildProcess service_;
 };
 
@@ -88,9 +97,9 @@ TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
   startService();
   // The read reply of the 14 registered tags, byte by byte; bad packets before it get no reply.
   v2xtest::UdpPeer tool;
-  ASSERT_TRUE(tool.sendTo(ports_.logTool, {0xA5, 0x5A, 4}));
-  ASSERT_TRUE(tool.sendTo(ports_.logTool, logRequest(20, 1)));
-  ASSERT_TRUE(tool.sendTo(ports_.logTool, logRequest(50, 1)));
+  ASSERT_TRUE(tool.sendTo(logToolPort_, {0xA5, 0x5A, 4}));
+  ASSERT_TRUE(tool.sendTo(logToolPort_, logRequest(20, 1)));
+  ASSERT_TRUE(tool.sendTo(logToolPort_, logRequest(50, 1)));
   std::vector<uint8_t> reply;
   ASSERT_TRUE(tool.receive(reply));
   ASSERT_EQ(reply.size(), 162U);
@@ -132,8 +141,7 @@ TEST_F(IpcProcess, StackPeerAnswersTheOncePerSecondRequestsWithItsMaps) {
                        std::string(maps[i].begin(), maps[i].end()));
   }
   ChildProcess sim;
-  ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-w", work_.path(), "-n", "3", "-t", "30"}));
-  ASSERT_TRUE(sim.waitForOutput("listening on 127.0.0.1:" + std::to_string(ports_.appRs)));
+  startStackPeer(sim, {"-n", "3", "-t", "30"});
   startService({"-d", "6"});
   int st = sim.waitExit(std::chrono::seconds(30));
   ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
@@ -149,15 +157,16 @@ TEST_F(IpcProcess, StackPeerAnswersTheOncePerSecondRequestsWithItsMaps) {
 }
 
 TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
+  {
+    v2xtest::UdpPeer gone;  // the V2X protocol process's port, nobody listening on it any more
+    v2xtest::writeIpcConfig(work_.path(), gone.port());
+  }
   startService();
   ASSERT_TRUE(waitForLog("UDP send error", 2));
   EXPECT_EQ(::kill(service_.pid(), 0), 0);
   const std::string text = log();
   EXPECT_EQ(text.find("[SINF][ERR]"), std::string::npos) << text;
   EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos) << text;
-  ASSERT_TRUE(service_.signal(SIGTERM));
-  int st = service_.waitExit();
-  ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st << "\n" << v2xtest::readFile(work_.file("service.err"));
 }
 
 #ifdef V2X_CLOUD_SIM_BIN
@@ -177,19 +186,12 @@ std::string md5Hex(const std::string& data) {
 // stores them, tells the stack peer about each file, and its next requests
 // carry the time of the stored map.
 TEST_F(IpcProcess, StoredSlicesAreAnnouncedToTheStackPeer) {
-  const std::string device = "IPC-" + std::to_string(getpid());
-  std::string sysinfo = v2xtest::readFile(work_.file("conf/rsu_sysinfo.xml"));
-  const size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
-  ASSERT_TRUE(a != std::string::npos && b != std::string::npos);
-  v2xtest::writeFile(work_.file("conf/rsu_sysinfo.xml"), sysinfo.replace(a + 11, b - a - 11, device));
-
   ChildProcess sim;
-  ASSERT_TRUE(sim.start({V2X_STACK_SIM_BIN, "-w", work_.path(), "-t", "60"}));
-  ASSERT_TRUE(sim.waitForOutput("listening on"));
+  startStackPeer(sim, {"-t", "60"});
   startService();
   const uint64_t before = static_cast<uint64_t>(std::time(nullptr));
   ChildProcess cloud;
-  ASSERT_TRUE(cloud.start({V2X_CLOUD_SIM_BIN, "--device", device, "--gen", "3", "--count", "3", "--kind", "ack",
+  ASSERT_TRUE(cloud.start({V2X_CLOUD_SIM_BIN, "--device", device_, "--gen", "3", "--count", "3", "--kind", "ack",
                            "--timeout", "40", "--quiet"}));
   const int cloudStatus = cloud.waitExit(std::chrono::seconds(45));
   ASSERT_TRUE(WIFEXITED(cloudStatus) && WEXITSTATUS(cloudStatus) == 0) << cloud.output();

@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "ipc_test_util.h"
 #include "map_conv_stack_interface.h"
 #include "map_samples.h"
+#include "udp_peer.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
 
@@ -52,7 +52,7 @@ class StackInterface : public ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(v2xlog_Init(dir_.file("t.log").c_str(), "TEST", 1, 0, 0), 0);
     v2xlog_SetAllTagLevel(6);
-    v2xtest::writeIpcConfig(dir_.path(), ports_);
+    v2xtest::writeIpcConfig(dir_.path(), peer_.port());
     ASSERT_EQ(v2xipc_CfgInit(dir_.path().c_str()), 0);
     ASSERT_EQ(v2xmapconv_StackInterfaceInit(), 0);
   }
@@ -63,7 +63,7 @@ class StackInterface : public ::testing::Test {
   }
 
   v2xtest::TempDir dir_;
-  v2xtest::IpcPorts ports_;
+  v2xtest::UdpPeer peer_;  // the V2X protocol process
 };
 
 struct SendCase {
@@ -100,7 +100,9 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
        36,
        {{14, le(19, 2)}, {17, le(10, 4)}, {21, le(1, 4)}, {25, le(8, 2)}, {27, {0}}, {28, le(0, 8)}}},
   };
-  v2xtest::UdpPeer peer(ports_.appRs);
+  v2xtest::UdpPeer& peer = peer_;
+  const uint16_t clientPort = v2xtest::loggedClientPort(log(), "MAP_CONV_SEND");
+  ASSERT_NE(clientPort, 0);
   for (const SendCase& c : cases) {
     const uint64_t before = v2xpub_CommGetCurrentTime64();
     int32 ret = -100;
@@ -112,7 +114,7 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
     sender.join();
     ASSERT_TRUE(received) << c.name;
     EXPECT_EQ(ret, 0) << c.name;
-    EXPECT_EQ(ntohs(from.sin_port), ports_.convSnd) << c.name << ": sent from the configured port";
+    EXPECT_EQ(ntohs(from.sin_port), clientPort) << c.name << ": sent from the port the log names";
     ASSERT_EQ(got.size(), c.length) << c.name;
     auto fields = c.fields;
     fields.insert(fields.end(), {{0, {0xA5, 0x5A, 4, 0}}, {12, le(20, 2)}, {16, {0}}});

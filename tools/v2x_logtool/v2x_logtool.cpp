@@ -94,7 +94,8 @@ int main(int argc, char** argv) {
 
   v2xpub_SocketInitPara_t para{};
   std::snprintf(para.m_sockName, sizeof(para.m_sockName), "LOGTOOL_CLI");
-  std::snprintf(para.m_localIP, sizeof(para.m_localIP), "0.0.0.0");
+  // On loopback unless the service is elsewhere.
+  std::snprintf(para.m_localIP, sizeof(para.m_localIP), "%s", dest.rfind("127.", 0) == 0 ? dest.c_str() : "0.0.0.0");
   para.m_cliEnable = 1;
   V2X_UDPSOCKHANDLE handle = nullptr;
   if (v2xipc_SocketInit(&handle, conf, &para) != 0 || v2xipc_SocketSetSendAddr(handle, conf, dest.c_str(), port) != 0) {

@@ -217,7 +217,6 @@ int runConvert(int argc, char** argv) {
   Workdir work;
   if (!work.create(settings, outDir)) return maptool::kExitBadInput;
   v2xmapconv_InitCfg(work.path().c_str());
-  v2xmapconv_ResetCfgForTest();
   v2xmapconv_MapDownResetForTest();
 
   bool allStored = true;

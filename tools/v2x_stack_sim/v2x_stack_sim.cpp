@@ -30,6 +30,7 @@ namespace {
 const char* kUsage =
     "usage: v2x_stack_sim [-w WORKDIR | -c FILE] [-m DIR] [-p PREFIX] [-n COUNT] [-t SECONDS] [FILE...]\n"
     "  -w, --workdir DIR   ports from DIR/conf/v2x_ipc_port.cfg, maps from DIR/mapdata\n"
+    "                      (m_app_rs_rcvport 0: any free port, printed at start)\n"
     "  -c, --config FILE   ports from FILE\n"
     "  -m, --maps DIR      answer map data requests with the map files of DIR\n"
     "  -p, --prefix TEXT   names of the map files in DIR start so (default \"map_data_\")\n"
@@ -214,7 +215,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "v2x_stack_sim: cannot listen on %s:%u\n", para.m_localIP, para.m_svrPort);
     return 1;
   }
-  std::printf("listening on %s:%u, maps from %s\n", para.m_localIP, para.m_svrPort,
+  // The bound port: 0 in the port file lets the kernel choose one.
+  std::printf("listening on %s:%u, maps from %s\n", para.m_localIP, v2xipc_SocketLocalPort(handle, 1),
               g_opt.files.empty() ? (g_opt.mapDir.empty() ? "(none)" : g_opt.mapDir.c_str()) : "the command line");
   std::fflush(stdout);
 

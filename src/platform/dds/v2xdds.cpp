@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
@@ -25,9 +26,10 @@ namespace {
 v2xlog_config_t g_curTag = {nullptr, "VDDS"};
 
 // A blocked write (readers' history full) waits this long per attempt, and a
-// sample is attempted this many times before the message is given up.
-constexpr dds_duration_t kMaxBlocking = DDS_SECS(1);
-constexpr int kWriteAttempts = 10;
+// sample is attempted this many times (10 s in all) before the message is
+// given up; a stopped object gives up after the attempt in progress.
+constexpr dds_duration_t kMaxBlocking = DDS_MSECS(100);
+constexpr int kWriteAttempts = 100;
 // Reader history for keep-all topics: samples held by DDS while the dispatch
 // queue is full. When it is full too, the remote writer waits.
 constexpr int32_t kReaderMaxSamples = 4096;
@@ -36,8 +38,10 @@ constexpr int kMaxParticipantIndex = 40;
 // Samples taken per dds_take call.
 constexpr int32_t kTakeBatch = 32;
 
-// Longest wait, all writers together, for readers to acknowledge at exit.
-constexpr int kExitAckWaitMs = 1000;
+// Longest wait, all writers together, for readers to acknowledge at exit. A
+// live reader on loopback answers within milliseconds; a reader that vanished
+// without leaving (killed, stopped) is not waited for longer than this.
+constexpr int kExitAckWaitMs = 300;
 
 struct Object;
 
@@ -78,6 +82,9 @@ struct Object {
   std::vector<Topic*> readers;
   bool stopping = false;
   std::thread dispatcher;
+
+  // Set by dds_stop: blocked writes give up.
+  std::atomic<bool> stopped{false};
 };
 
 // ---- Domains: one Cyclone domain per id and process, shared by objects ----
@@ -92,6 +99,9 @@ std::mutex g_domainMutex;
 std::map<uint32, Domain> g_domains;
 
 std::string domainConfig(const std::string& iface) {
+  // Writers deleted with unacknowledged data linger this long at most (the
+  // wrapper has already waited for acknowledgements at exit).
+  static const char kLinger[] = "100 ms";
   char xml[1024];
   bool loopback = iface.compare(0, 4, "127.") == 0;
   if (loopback) {
@@ -104,15 +114,15 @@ std::string domainConfig(const std::string& iface) {
                   "<MaxAutoParticipantIndex>%d</MaxAutoParticipantIndex>"
                   "<Peers><Peer address=\"%s\"/></Peers></Discovery>"
                   "<Internal><Watermarks><WhcHighInit>500 kB</WhcHighInit><WhcAdaptive>false</WhcAdaptive>"
-                  "</Watermarks></Internal></Domain></CycloneDDS>",
-                  iface.c_str(), kMaxParticipantIndex, iface.c_str());
+                  "</Watermarks><WriterLingerDuration>%s</WriterLingerDuration></Internal></Domain></CycloneDDS>",
+                  iface.c_str(), kMaxParticipantIndex, iface.c_str(), kLinger);
   } else {
     std::snprintf(xml, sizeof(xml),
                   "<CycloneDDS><Domain id=\"any\"><General><Interfaces><NetworkInterface address=\"%s\"/>"
                   "</Interfaces></General>"
                   "<Internal><Watermarks><WhcHighInit>500 kB</WhcHighInit><WhcAdaptive>false</WhcAdaptive>"
-                  "</Watermarks></Internal></Domain></CycloneDDS>",
-                  iface.c_str());
+                  "</Watermarks><WriterLingerDuration>%s</WriterLingerDuration></Internal></Domain></CycloneDDS>",
+                  iface.c_str(), kLinger);
   }
   return xml;
 }
@@ -297,6 +307,24 @@ bool plainTopicChar(const char* s, size_t i) {
   return false;
 }
 
+// A receive callback cannot wait for its own dispatch thread: refused, logged.
+bool fromOwnCallback(Object* o, const char* what) {
+  if (!o->dispatcher.joinable() || o->dispatcher.get_id() != std::this_thread::get_id()) return false;
+  V2XLOG(&g_curTag, 2, "%s called from a receive callback: refused", what);
+  return true;
+}
+
+// Blocked sends give up; the dispatch thread ends after the callback in progress.
+void stopDispatch(Object* o) {
+  o->stopped.store(true, std::memory_order_relaxed);
+  {
+    std::lock_guard<std::mutex> lock(o->queueMutex);
+    o->stopping = true;
+  }
+  o->queueCv.notify_all();
+  if (o->dispatcher.joinable()) o->dispatcher.join();
+}
+
 }  // namespace
 
 extern "C" {
@@ -439,8 +467,14 @@ int32 dds_send(void* obj, const char* topic, const void* data, unsigned int len)
     s.data._length = n;
     s.data._buffer = const_cast<uint8_t*>(p + off);
     s.data._release = false;
-    dds_return_t rc = DDS_RETCODE_TIMEOUT;
-    for (int attempt = 0; attempt < kWriteAttempts && rc == DDS_RETCODE_TIMEOUT; attempt++) rc = dds_write(writer, &s);
+    dds_return_t rc = dds_write(writer, &s);
+    for (int attempt = 1; attempt < kWriteAttempts && rc == DDS_RETCODE_TIMEOUT; attempt++) {
+      if (o->stopped.load(std::memory_order_relaxed)) {
+        V2XLOG(&g_curTag, 3, "dds_send on %s given up at byte %u of %u: the object is stopping", topic, off, len);
+        return V2XDDS_ERR_STATE;
+      }
+      rc = dds_write(writer, &s);
+    }
     if (rc != DDS_RETCODE_OK) {
       V2XLOG(&g_curTag, 2, "dds_write on %s failed at byte %u of %u: %s", topic, off, len, dds_strretcode(rc));
       return V2XDDS_ERR_DDS;
@@ -467,19 +501,15 @@ int32 get_match_cnt(void* obj, const char* topic) {
   return static_cast<int32>(st.current_count);
 }
 
+void dds_stop(void* obj) {
+  Object* o = static_cast<Object*>(obj);
+  if (o != nullptr && !fromOwnCallback(o, "dds_stop")) stopDispatch(o);
+}
+
 void destroy_dds(void* obj) {
   Object* o = static_cast<Object*>(obj);
-  if (o == nullptr) return;
-  if (o->dispatcher.joinable() && o->dispatcher.get_id() == std::this_thread::get_id()) {
-    V2XLOG(&g_curTag, 2, "destroy_dds called from a receive callback: refused");
-    return;
-  }
-  {
-    std::lock_guard<std::mutex> lock(o->queueMutex);
-    o->stopping = true;
-  }
-  o->queueCv.notify_all();
-  if (o->dispatcher.joinable()) o->dispatcher.join();
+  if (o == nullptr || fromOwnCallback(o, "destroy_dds")) return;
+  stopDispatch(o);
   if (o->participant > 0) {
     // Give matched readers a moment to acknowledge what was written last, so
     // a message sent just before leaving is not lost with the writer.

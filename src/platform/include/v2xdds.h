@@ -108,8 +108,9 @@ int32 dds_start(void* obj);
  * samples of V2XDDS_SAMPLE_MAX bytes and a shorter remainder (none when len is
  * a multiple of V2XDDS_SAMPLE_MAX; len 0 sends one empty sample). The samples
  * of one message stay consecutive even when several threads send on the topic.
- * Waits while the readers' history is full (bounded; the error then leaves
- * the message cut short). 0, or V2XDDS_ERR_PARAM / _STATE / _NOTOPIC / _DDS.
+ * Waits while the readers' history is full (10 s at most a sample, or until
+ * dds_stop; the error then leaves the message cut short). 0, or
+ * V2XDDS_ERR_PARAM / _STATE / _NOTOPIC / _DDS.
  */
 int32 dds_send(void* obj, const char* topic, const void* data, unsigned int len);
 
@@ -117,8 +118,18 @@ int32 dds_send(void* obj, const char* topic, const void* data, unsigned int len)
  * objects, in this process or another), or a negative code. */
 int32 get_match_cnt(void* obj, const char* topic);
 
-/* Stops the dispatch thread (after the callback in progress), deletes the DDS
- * entities and frees the object. NULL is accepted. */
+/*
+ * First step of leaving, safe while other threads send on the object: no
+ * callback starts any more (the one in progress is waited for, and its sends
+ * still go out), and a send that has to wait for room in the readers' history
+ * gives up within 100 ms with V2XDDS_ERR_STATE. Sends that need no wait still
+ * go out until destroy_dds. Not from a receive callback. NULL is accepted.
+ */
+void dds_stop(void* obj);
+
+/* dds_stop, then a bounded wait (300 ms at most) for matched readers to
+ * acknowledge what was written, then deletes the DDS entities and frees the
+ * object. NULL is accepted. */
 void destroy_dds(void* obj);
 
 /*

@@ -9,9 +9,11 @@
  *   bind :      { MAP_C_LOGTOOL = "127.0.0.1"; };
  *
  * "endpoints" maps a peer's name to the IPv4 address that requests to it go
- * to; "bind" overrides the local address a socket of that name binds to. Keys
- * left out keep their defaults; a missing or unreadable file gives the
- * defaults for everything.
+ * to; "bind" overrides the local address a socket of that name binds to
+ * (without it a socket binds to the address its owner asks for, and to
+ * 127.0.0.1 when none is given). A port of 0 lets the kernel choose one (the
+ * socket's log line names it). Keys left out keep their defaults; a missing or
+ * unreadable file gives the defaults for everything.
  *
  * Sockets: a handle holds a client socket (requests out, responses in), a
  * server socket (datagrams in, served by a receive thread), or both. Packets
@@ -48,6 +50,7 @@ extern "C" {
 #define V2XIPC_ERR_REFUSED (-4) /* nobody listens at the destination */
 #define V2XIPC_ERR_NODEST (-5)  /* no destination set on the handle */
 #define V2XIPC_ERR_TOOBIG (-6)  /* response larger than the receive buffer */
+#define V2XIPC_ERR_CLOSED (-7)  /* the handle was shut down */
 
 /* One name with an IPv4 address: a peer to send to, or a bind override. */
 typedef struct v2xipc_endpoint {
@@ -85,7 +88,7 @@ typedef void (*v2xipc_MsgFunc_t)(V2X_UDPSOCKHANDLE handle, void* p_data, void* a
 
 typedef struct v2xpub_SocketInitPara {
   char m_sockName[32];
-  char m_localIP[32]; /* bind address, unless the configuration's "bind" names this socket */
+  char m_localIP[32]; /* bind address ("" : 127.0.0.1), unless the configuration's "bind" names this socket */
   uint16 m_svrPort;
   uint16 m_cliPort; /* 0: any free port */
   int8 m_svrEnable;
@@ -126,8 +129,19 @@ int32 v2xipc_SocketReqSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, int
  * socket if the handle has one. 0 or an error. */
 int32 v2xipc_SocketRespSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, v2xpub_UdpSocketDataHead_t* data,
                             void* addr, int16_t addrLen);
-/* Stops the receive thread and closes the sockets. Never from the handle's own
- * receive routine. 0, or -2 for a null handle. */
+/* Port the handle's server (server != 0) or client socket is bound to; 0 when
+ * it has none. */
+uint16 v2xipc_SocketLocalPort(V2X_UDPSOCKHANDLE handle, int8 server);
+/*
+ * First step of closing, safe while other threads use the handle: an exchange
+ * waiting for its answer or its turn ends at once with V2XIPC_ERR_CLOSED, as
+ * does every later one, and the receive thread stops after the routine in
+ * progress. The handle stays valid until v2xipc_SocketClose. 0, or -2.
+ */
+int32 v2xipc_SocketShutdown(V2X_UDPSOCKHANDLE handle);
+/* Shuts the handle down, waits for its receive thread and closes the sockets;
+ * the handle is invalid afterwards, so no other thread may still use it.
+ * Never from the handle's own receive routine. 0, or -2 for a null handle. */
 int32 v2xipc_SocketClose(V2X_UDPSOCKHANDLE handle);
 
 #ifdef __cplusplus

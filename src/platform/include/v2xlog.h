@@ -4,8 +4,9 @@
  * Every module owns one v2xlog_config_t naming its four-letter tag. A line is
  * written when its level is at or below the tag's level (0 = silent, 1 = bad
  * packets, 2 = errors, 3 = warnings, 4 = notices, 5/6 = detail, 7 = traces).
- * The level test happens before any formatting, so a disabled line costs one
- * atomic load.
+ * The level test happens before any formatting. A record caches its tag's
+ * lookup in m_handle on first use (safely from any thread), so a disabled line
+ * then costs two relaxed loads and no lock.
  *
  * Tags that were never added with v2xlog_AddTag (the codec's "UPER", say) are
  * still logged: they follow the "default level", which starts at
@@ -34,7 +35,8 @@ extern "C" {
 
 typedef void* V2XLOG_HANDLE;
 
-/* One per module: its tag and the logger handle looked up on first use. */
+/* One per module: its tag and the logger handle looked up on first use. The
+ * logger owns m_handle after initialisation: start it null and leave it. */
 typedef struct v2xlog_config {
   V2XLOG_HANDLE m_handle;
   char m_tagName[5];

@@ -60,6 +60,16 @@ uint64 v2xpub_CommGetCurrentTime64(void);
  */
 int32 v2xpub_WriteFileData(const char* path, const void* data, uint32 len);
 
+/*
+ * The temporary file of v2xpub_WriteFileData is named after the target: the
+ * target's name, ".tmp" and six letters or digits. A write cut short by a
+ * crash leaves it behind. Removes such files from dir (not from directories
+ * below it) and logs each; call it at start-up, before anything writes there.
+ * Returns the number removed, -1 when dir cannot be read, -2 for a null or
+ * empty dir.
+ */
+int32 v2xpub_RemoveStaleTempFiles(const char* dir);
+
 #ifdef __cplusplus
 }
 #endif

@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -148,10 +149,14 @@ struct Sock {
   char name[V2XIPC_NAME_LEN] = {};
   int cliFd = -1;
   int svrFd = -1;
-  int stopFd = -1;
+  int stopFd = -1;  // readable once the handle is shut down
   v2xipc_MsgFunc_t func = nullptr;
   std::thread rxThread;
-  std::timed_mutex exchange;  // one request/response exchange at a time
+  // One request/response exchange at a time; shutdown ends the wait for a turn.
+  std::mutex turnMutex;
+  std::condition_variable turnCv;
+  bool busy = false;
+  bool shutDown = false;
   std::mutex destMutex;
   sockaddr_in dest{};
   bool destSet = false;
@@ -263,16 +268,112 @@ void rxLoop(Sock* s) {
   }
 }
 
-void closeSock(Sock* s) {
-  if (s->rxThread.joinable()) {
-    uint64_t one = 1;
+// Wakes every wait on the handle for good: the receive thread, an exchange
+// waiting for its answer and one waiting for its turn.
+void shutDown(Sock* s) {
+  {
+    std::lock_guard lock(s->turnMutex);
+    if (s->shutDown) return;
+    s->shutDown = true;
+  }
+  s->turnCv.notify_all();
+  uint64_t one = 1;
+  if (s->stopFd >= 0) {
     ssize_t w = write(s->stopFd, &one, sizeof(one));
     (void)w;
-    s->rxThread.join();
   }
+}
+
+void closeSock(Sock* s) {
+  shutDown(s);
+  if (s->rxThread.joinable()) s->rxThread.join();
   for (int fd : {s->cliFd, s->svrFd, s->stopFd})
     if (fd >= 0) close(fd);
   delete s;
+}
+
+uint16 localPort(int fd) {
+  sockaddr_in a{};
+  socklen_t len = sizeof(a);
+  if (fd < 0 || getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) != 0) return 0;
+  return ntohs(a.sin_port);
+}
+
+// Takes the handle's exchange turn, waiting until the deadline at most.
+int32 takeTurn(Sock* s, Clock::time_point deadline) {
+  std::unique_lock lock(s->turnMutex);
+  if (!s->turnCv.wait_until(lock, deadline, [s] { return s->shutDown || !s->busy; })) return V2XIPC_ERR_TIMEOUT;
+  if (s->shutDown) return V2XIPC_ERR_CLOSED;
+  s->busy = true;
+  return V2XIPC_OK;
+}
+
+void giveTurn(Sock* s) {
+  {
+    std::lock_guard lock(s->turnMutex);
+    s->busy = false;
+  }
+  s->turnCv.notify_one();
+}
+
+// One exchange on the client socket, the turn held: send, then wait for the
+// destination's answer until the deadline or a shutdown.
+int32 exchange(Sock* s, Clock::time_point deadline, v2xpub_UdpSocketDataHead_t* send,
+               v2xpub_UdpSocketDataHead_t* recv) {
+  sockaddr_in dest{};
+  {
+    std::lock_guard destLock(s->destMutex);
+    if (!s->destSet) return V2XIPC_ERR_NODEST;
+    dest = s->dest;
+  }
+  drainStale(s);
+  char text[INET_ADDRSTRLEN];
+  if (sendto(s->cliFd, send->mp_data, static_cast<size_t>(send->m_curMsgLen), 0,
+             reinterpret_cast<const sockaddr*>(&dest), sizeof(dest)) < 0) {
+    int err = errno;
+    V2XLOG(&g_curTag, 3, "socket %s: send to %s:%u failed: %s", s->name, addrText(dest, text, sizeof(text)),
+           ntohs(dest.sin_port), std::strerror(err));
+    return err == ECONNREFUSED ? V2XIPC_ERR_REFUSED : V2XIPC_ERR_SYS;
+  }
+
+  const size_t capacity = static_cast<size_t>(recv->m_curMsgLen);
+  for (;;) {
+    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return V2XIPC_ERR_TIMEOUT;
+    pollfd p[2] = {{s->cliFd, POLLIN, 0}, {s->stopFd, POLLIN, 0}};
+    int r = poll(p, 2, static_cast<int>(left));
+    if (r < 0) {
+      if (errno == EINTR) continue;
+      return V2XIPC_ERR_SYS;
+    }
+    if (r == 0) return V2XIPC_ERR_TIMEOUT;
+    if (p[1].revents != 0) return V2XIPC_ERR_CLOSED;
+    if ((p[0].revents & POLLERR) != 0 && takeErrors(s->cliFd)) return V2XIPC_ERR_REFUSED;
+    if ((p[0].revents & POLLIN) == 0) continue;
+    sockaddr_in from{};
+    socklen_t fromLen = sizeof(from);
+    ssize_t n = recvfrom(s->cliFd, recv->mp_data, capacity, MSG_DONTWAIT | MSG_TRUNC,
+                         reinterpret_cast<sockaddr*>(&from), &fromLen);
+    if (n < 0) {
+      if (errno == ECONNREFUSED) {
+        takeErrors(s->cliFd);
+        return V2XIPC_ERR_REFUSED;
+      }
+      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
+      return V2XIPC_ERR_SYS;
+    }
+    if (!sameAddr(from, dest)) {
+      V2XLOG(&g_curTag, 4, "socket %s: datagram from %s:%u discarded (not the destination)", s->name,
+             addrText(from, text, sizeof(text)), ntohs(from.sin_port));
+      continue;
+    }
+    if (static_cast<size_t>(n) > capacity) {
+      V2XLOG(&g_curTag, 2, "socket %s: response of %zd bytes exceeds the buffer of %zu", s->name, n, capacity);
+      return V2XIPC_ERR_TOOBIG;
+    }
+    recv->m_curMsgLen = static_cast<int16>(n);
+    return V2XIPC_OK;
+  }
 }
 
 }  // namespace
@@ -324,7 +425,7 @@ int32 v2xipc_SocketInit(V2X_UDPSOCKHANDLE* handle, v2x_ipc_config_t* conf, v2xpu
     copyText(localText, sizeof(localText), over->m_addr);
   } else {
     std::snprintf(localText, sizeof(localText), "%.*s", static_cast<int>(sizeof(para->m_localIP)), para->m_localIP);
-    if (localText[0] == '\0') copyText(localText, sizeof(localText), "0.0.0.0");
+    if (localText[0] == '\0') copyText(localText, sizeof(localText), V2XIPC_DEFAULT_ADDR);
   }
   in_addr local{};
   if (!parseAddr(localText, &local)) {
@@ -336,6 +437,12 @@ int32 v2xipc_SocketInit(V2X_UDPSOCKHANDLE* handle, v2x_ipc_config_t* conf, v2xpu
   if (s == nullptr) return V2XIPC_ERR_SYS;
   copyText(s->name, sizeof(s->name), name);
   s->func = para->f_msgFunc;
+  s->stopFd = eventfd(0, EFD_CLOEXEC);
+  if (s->stopFd < 0) {
+    V2XLOG(&g_curTag, 2, "socket %s: eventfd failed: %s", name, std::strerror(errno));
+    closeSock(s);
+    return V2XIPC_ERR_SYS;
+  }
   if (para->m_cliEnable != 0) {
     s->cliFd = openUdp(name, local, para->m_cliPort, true);
     if (s->cliFd < 0) {
@@ -345,9 +452,7 @@ int32 v2xipc_SocketInit(V2X_UDPSOCKHANDLE* handle, v2x_ipc_config_t* conf, v2xpu
   }
   if (para->m_svrEnable != 0) {
     s->svrFd = openUdp(name, local, para->m_svrPort, false);
-    s->stopFd = eventfd(0, EFD_CLOEXEC);
-    if (s->svrFd < 0 || s->stopFd < 0) {
-      if (s->stopFd < 0) V2XLOG(&g_curTag, 2, "socket %s: eventfd failed: %s", name, std::strerror(errno));
+    if (s->svrFd < 0) {
       closeSock(s);
       return V2XIPC_ERR_SYS;
     }
@@ -359,8 +464,9 @@ int32 v2xipc_SocketInit(V2X_UDPSOCKHANDLE* handle, v2x_ipc_config_t* conf, v2xpu
       return V2XIPC_ERR_SYS;
     }
   }
-  V2XLOG(&g_curTag, 4, "socket %s open on %s: client port %u%s, server port %u%s", name, localText, para->m_cliPort,
-         para->m_cliEnable != 0 ? "" : " (off)", para->m_svrPort, para->m_svrEnable != 0 ? "" : " (off)");
+  // The ports actually bound: a port of 0 in the configuration lets the kernel choose.
+  V2XLOG(&g_curTag, 4, "socket %s open on %s: client port %u%s, server port %u%s", name, localText, localPort(s->cliFd),
+         para->m_cliEnable != 0 ? "" : " (off)", localPort(s->svrFd), para->m_svrEnable != 0 ? "" : " (off)");
   *handle = s;
   return V2XIPC_OK;
 }
@@ -396,62 +502,11 @@ int32 v2xipc_SocketReqSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, int
     return V2XIPC_ERR_PARAM;
   }
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-  std::unique_lock lock(s->exchange, std::defer_lock);
-  if (!lock.try_lock_until(deadline)) return V2XIPC_ERR_TIMEOUT;
-
-  sockaddr_in dest{};
-  {
-    std::lock_guard destLock(s->destMutex);
-    if (!s->destSet) return V2XIPC_ERR_NODEST;
-    dest = s->dest;
-  }
-  drainStale(s);
-  char text[INET_ADDRSTRLEN];
-  if (sendto(s->cliFd, send->mp_data, static_cast<size_t>(send->m_curMsgLen), 0,
-             reinterpret_cast<const sockaddr*>(&dest), sizeof(dest)) < 0) {
-    int err = errno;
-    V2XLOG(&g_curTag, 3, "socket %s: send to %s:%u failed: %s", s->name, addrText(dest, text, sizeof(text)),
-           ntohs(dest.sin_port), std::strerror(err));
-    return err == ECONNREFUSED ? V2XIPC_ERR_REFUSED : V2XIPC_ERR_SYS;
-  }
-
-  const size_t capacity = static_cast<size_t>(recv->m_curMsgLen);
-  for (;;) {
-    auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return V2XIPC_ERR_TIMEOUT;
-    pollfd p{s->cliFd, POLLIN, 0};
-    int r = poll(&p, 1, static_cast<int>(left));
-    if (r < 0) {
-      if (errno == EINTR) continue;
-      return V2XIPC_ERR_SYS;
-    }
-    if (r == 0) return V2XIPC_ERR_TIMEOUT;
-    if ((p.revents & POLLERR) != 0 && takeErrors(s->cliFd)) return V2XIPC_ERR_REFUSED;
-    if ((p.revents & POLLIN) == 0) continue;
-    sockaddr_in from{};
-    socklen_t fromLen = sizeof(from);
-    ssize_t n = recvfrom(s->cliFd, recv->mp_data, capacity, MSG_DONTWAIT | MSG_TRUNC,
-                         reinterpret_cast<sockaddr*>(&from), &fromLen);
-    if (n < 0) {
-      if (errno == ECONNREFUSED) {
-        takeErrors(s->cliFd);
-        return V2XIPC_ERR_REFUSED;
-      }
-      if (errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR) continue;
-      return V2XIPC_ERR_SYS;
-    }
-    if (!sameAddr(from, dest)) {
-      V2XLOG(&g_curTag, 4, "socket %s: datagram from %s:%u discarded (not the destination)", s->name,
-             addrText(from, text, sizeof(text)), ntohs(from.sin_port));
-      continue;
-    }
-    if (static_cast<size_t>(n) > capacity) {
-      V2XLOG(&g_curTag, 2, "socket %s: response of %zd bytes exceeds the buffer of %zu", s->name, n, capacity);
-      return V2XIPC_ERR_TOOBIG;
-    }
-    recv->m_curMsgLen = static_cast<int16>(n);
-    return V2XIPC_OK;
-  }
+  int32 ret = takeTurn(s, deadline);
+  if (ret != V2XIPC_OK) return ret;
+  ret = exchange(s, deadline, send, recv);
+  giveTurn(s);
+  return ret;
 }
 
 int32 v2xipc_SocketRespSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, v2xpub_UdpSocketDataHead_t* data,
@@ -469,6 +524,18 @@ int32 v2xipc_SocketRespSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, v2
     return err == ECONNREFUSED ? V2XIPC_ERR_REFUSED : V2XIPC_ERR_SYS;
   }
   return V2XIPC_OK;
+}
+
+int32 v2xipc_SocketShutdown(V2X_UDPSOCKHANDLE handle) {
+  if (handle == nullptr) return V2XIPC_ERR_PARAM;
+  shutDown(static_cast<Sock*>(handle));
+  return V2XIPC_OK;
+}
+
+uint16 v2xipc_SocketLocalPort(V2X_UDPSOCKHANDLE handle, int8 server) {
+  if (handle == nullptr) return 0;
+  const Sock* s = static_cast<const Sock*>(handle);
+  return localPort(server != 0 ? s->svrFd : s->cliFd);
 }
 
 int32 v2xipc_SocketClose(V2X_UDPSOCKHANDLE handle) {

@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
 
 namespace {
 
@@ -27,12 +28,6 @@ struct TagEntry {
 
 class Registry {
  public:
-  // Never destroyed: service threads may still log while the process exits.
-  static Registry& instance() {
-    static Registry* r = new Registry;
-    return *r;
-  }
-
   TagEntry* add(const char* name) {
     std::lock_guard lock(mutex_);
     if (TagEntry* e = findLocked(name)) return e;
@@ -63,6 +58,25 @@ class Registry {
 
   int32 defaultLevel() const { return defaultLevel_.load(std::memory_order_relaxed); }
 
+  // Level of a module's record. Its handle caches the lookup: a registered
+  // tag's entry, or a mark that says "not registered while the registry held
+  // k tags". Once cached, a lookup is two relaxed loads and no lock; a mark
+  // goes stale (and the name is looked up again) when a tag is added.
+  int32 levelOf(v2xlog_config_t* tag) {
+    if (tag == nullptr) return defaultLevel();
+    std::atomic_ref<V2XLOG_HANDLE> cache(tag->m_handle);
+    const auto h = reinterpret_cast<uintptr_t>(cache.load(std::memory_order_relaxed));
+    const auto entries = reinterpret_cast<uintptr_t>(tags_.data());
+    const auto marks = reinterpret_cast<uintptr_t>(marks_.data());
+    if (h - entries < sizeof(tags_)) return reinterpret_cast<TagEntry*>(h)->level.load(std::memory_order_relaxed);
+    if (h - marks < sizeof(marks_) && h - marks == count_.load(std::memory_order_relaxed)) return defaultLevel();
+    std::lock_guard lock(mutex_);
+    TagEntry* e = findLocked(tag->m_tagName);
+    cache.store(e != nullptr ? static_cast<V2XLOG_HANDLE>(e) : &marks_[count_.load(std::memory_order_relaxed)],
+                std::memory_order_relaxed);
+    return e != nullptr ? e->level.load(std::memory_order_relaxed) : defaultLevel();
+  }
+
  private:
   TagEntry* findLocked(const char* name) {
     for (uint16 i = 0; i < count_.load(std::memory_order_relaxed); ++i)
@@ -72,9 +86,15 @@ class Registry {
 
   std::mutex mutex_;
   std::array<TagEntry, V2XLOG_MAX_TAGS> tags_{};
+  std::array<char, V2XLOG_MAX_TAGS + 1> marks_{};
   std::atomic<uint16> count_{0};
   std::atomic<int32> defaultLevel_{V2XLOG_DEFAULT_LEVEL};
 };
+
+// Constant-initialised and trivially destructible: no start-up order to mind,
+// and never torn down while service threads may still log during exit.
+constinit Registry g_registry;
+static_assert(std::is_trivially_destructible_v<Registry>);
 
 // Names of the levels as they appear in each line.
 constexpr std::array<const char*, 8> kLevelNames = {"NONE", "PKT", "ERR", "WARN", "NOTE", "INFO", "DBG", "TRACE"};
@@ -165,15 +185,6 @@ bool validTag(const char* name) {
 
 bool validLevel(int32 level) { return level >= 0 && level <= V2XLOG_MAX_LEVEL; }
 
-TagEntry* resolve(v2xlog_config_t* tag) {
-  if (tag == nullptr) return nullptr;
-  if (tag->m_handle != nullptr) return static_cast<TagEntry*>(tag->m_handle);
-  TagEntry* e = Registry::instance().find(tag->m_tagName);
-  // Cache only registered tags; an unregistered record keeps following the default level.
-  if (e != nullptr) tag->m_handle = e;
-  return e;
-}
-
 }  // namespace
 
 extern "C" {
@@ -186,7 +197,7 @@ int32 v2xlog_Init(const char* logFile, const char* defaultTag, int32 fileEnable,
 
 V2XLOG_HANDLE v2xlog_AddTag(const char* tagName) {
   if (!validTag(tagName)) return nullptr;
-  return Registry::instance().add(tagName);
+  return g_registry.add(tagName);
 }
 
 int32 v2xlog_SetTagLevel(V2XLOG_HANDLE handle, int32 level) {
@@ -197,23 +208,23 @@ int32 v2xlog_SetTagLevel(V2XLOG_HANDLE handle, int32 level) {
 
 int32 v2xlog_SetAllTagLevel(int32 level) {
   if (!validLevel(level)) return -2;
-  Registry::instance().setAll(level);
+  g_registry.setAll(level);
   return 0;
 }
 
 int32 v2xlog_GetTagHandle(const char* tagName, V2XLOG_HANDLE* handle) {
   if (tagName == nullptr || handle == nullptr) return -2;
-  TagEntry* e = validTag(tagName) ? Registry::instance().find(tagName) : nullptr;
+  TagEntry* e = validTag(tagName) ? g_registry.find(tagName) : nullptr;
   if (e == nullptr) return -1;
   *handle = e;
   return 0;
 }
 
-uint16 v2xlog_GetTagNum(void) { return Registry::instance().count(); }
+uint16 v2xlog_GetTagNum(void) { return g_registry.count(); }
 
 int32 v2xlog_GetTagLevelByIndex(uint16 index, char tagName[8], int16* level) {
   if (tagName == nullptr || level == nullptr) return -2;
-  TagEntry* e = Registry::instance().at(index);
+  TagEntry* e = g_registry.at(index);
   if (e == nullptr) return -2;
   std::memset(tagName, 0, 8);
   std::memcpy(tagName, e->name, std::strlen(e->name));
@@ -221,12 +232,9 @@ int32 v2xlog_GetTagLevelByIndex(uint16 index, char tagName[8], int16* level) {
   return 0;
 }
 
-int32 v2xlog_GetLevel(v2xlog_config_t* tag) {
-  TagEntry* e = resolve(tag);
-  return e != nullptr ? e->level.load(std::memory_order_relaxed) : Registry::instance().defaultLevel();
-}
+int32 v2xlog_GetLevel(v2xlog_config_t* tag) { return g_registry.levelOf(tag); }
 
-bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level) { return level > 0 && level <= v2xlog_GetLevel(tag); }
+bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level) { return level > 0 && level <= g_registry.levelOf(tag); }
 
 void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) {
   if (fmt == nullptr || !v2xlog_IsEnabled(tag, level)) return;

@@ -1,6 +1,7 @@
 // Periodic tasks on their own threads, wall-clock time, atomic file writes.
 #include "v2xpub.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +21,23 @@
 namespace {
 
 v2xlog_config_t g_curTag = {nullptr, "TASK"};
+
+// Temporary files of an atomic write: "<target>.tmp" and mkstemp's six characters.
+constexpr char kTempMark[] = ".tmp";
+constexpr size_t kTempMarkLen = sizeof(kTempMark) - 1;
+constexpr size_t kTempRandomLen = 6;
+
+bool isTempName(const char* name) {
+  const size_t n = std::strlen(name);
+  if (n <= kTempMarkLen + kTempRandomLen) return false;  // a target name comes first
+  const char* tail = name + n - kTempRandomLen;
+  if (std::strncmp(tail - kTempMarkLen, kTempMark, kTempMarkLen) != 0) return false;
+  for (size_t i = 0; i < kTempRandomLen; ++i) {
+    const char c = tail[i];
+    if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'))) return false;
+  }
+  return true;
+}
 
 class PeriodicTask {
  public:
@@ -117,7 +135,7 @@ uint64 v2xpub_CommGetCurrentTime64(void) {
 
 int32 v2xpub_WriteFileData(const char* path, const void* data, uint32 len) {
   if (path == nullptr || path[0] == '\0' || (data == nullptr && len != 0)) return -2;
-  std::string tmp = std::string(path) + ".tmpXXXXXX";
+  std::string tmp = std::string(path) + kTempMark + std::string(kTempRandomLen, 'X');
   int fd = mkstemp(tmp.data());
   if (fd < 0) {
     V2XLOG(&g_curTag, 2, "create temporary file for %s error: %s", path, std::strerror(errno));
@@ -154,6 +172,30 @@ int32 v2xpub_WriteFileData(const char* path, const void* data, uint32 len) {
     close(dfd);
   }
   return 0;
+}
+
+int32 v2xpub_RemoveStaleTempFiles(const char* dir) {
+  if (dir == nullptr || dir[0] == '\0') return -2;
+  DIR* d = opendir(dir);
+  if (d == nullptr) {
+    V2XLOG(&g_curTag, 3, "cannot look for stale temporary files in %s: %s", dir, std::strerror(errno));
+    return -1;
+  }
+  int32 removed = 0;
+  while (const dirent* e = readdir(d)) {
+    if (!isTempName(e->d_name)) continue;
+    const std::string path = std::string(dir) + "/" + e->d_name;
+    struct stat st {};
+    if (lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) continue;
+    if (unlink(path.c_str()) == 0) {
+      V2XLOG(&g_curTag, 4, "removed %s, left by a write that did not finish", path.c_str());
+      ++removed;
+    } else {
+      V2XLOG(&g_curTag, 3, "cannot remove %s: %s", path.c_str(), std::strerror(errno));
+    }
+  }
+  closedir(d);
+  return removed;
 }
 
 }  // extern "C"

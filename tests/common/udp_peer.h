@@ -1,5 +1,5 @@
-// Test support for the IPC tests: free loopback ports, a plain UDP peer, and
-// an IPC port configuration file for a working directory.
+// Test support for the IPC tests: a plain UDP peer on a loopback port the
+// kernel chose.
 #pragma once
 
 #include <arpa/inet.h>
@@ -24,11 +24,11 @@ inline sockaddr_in loopback(uint16_t port) {
   return a;
 }
 
-// A plain UDP socket on 127.0.0.1 (port 0: any), with bounded receives.
+// A plain UDP socket on 127.0.0.1, on a port the kernel chose, with bounded receives.
 class UdpPeer {
  public:
-  explicit UdpPeer(uint16_t port = 0) : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
-    sockaddr_in a = loopback(port);
+  UdpPeer() : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+    sockaddr_in a = loopback(0);
     socklen_t len = sizeof(a);
     if (::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof(a)) == 0 &&
         ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len) == 0)
@@ -61,23 +61,5 @@ class UdpPeer {
   int fd_;
   uint16_t port_ = 0;
 };
-
-// A port that was free a moment ago.
-inline uint16_t freeUdpPort() { return UdpPeer().port(); }
-
-struct IpcPorts {
-  uint16_t appRs = freeUdpPort();    // the stack peer ("RSU_RCV")
-  uint16_t convSnd = freeUdpPort();  // the service's client socket
-  uint16_t logTool = freeUdpPort();  // the service's log tool socket
-};
-
-// Writes workDir/conf/v2x_ipc_port.cfg with these ports, everything on loopback.
-inline void writeIpcConfig(const std::string& workDir, const IpcPorts& p) {
-  writeFile(workDir + "/conf/v2x_ipc_port.cfg",
-            "ports : { m_app_rs_rcvport = " + std::to_string(p.appRs) + "; m_map_conv_sndport = " +
-                std::to_string(p.convSnd) + "; m_mapconv_logtool_rcvport = " + std::to_string(p.logTool) +
-                "; };\nendpoints : { RSU_RCV = \"127.0.0.1\"; MAP_C_LOGTOOL = \"127.0.0.1\"; };\n"
-                "bind : { MAP_C_LOGTOOL = \"127.0.0.1\"; };\n");
-}
 
 }  // namespace v2xtest
