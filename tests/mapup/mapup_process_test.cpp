@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "ipc_test_util.h"
+#include "test_process.h"
 #include "v2xapp_gbmap.h"
 
 namespace {
@@ -167,14 +167,8 @@ std::string localDate() {
 
 TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   v2xtest::TempDir work;
-  ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
-  v2xtest::IpcPorts ports;
-  v2xtest::writeIpcConfig(work.path(), ports);
-  const std::string device = "UP-" + std::to_string(getpid());
-  std::string sysinfo = v2xtest::readFile(work.file("conf/rsu_sysinfo.xml"));
-  const size_t a = sysinfo.find("<device_id>"), b = sysinfo.find("</device_id>");
-  ASSERT_TRUE(a != std::string::npos && b != std::string::npos);
-  v2xtest::writeFile(work.file("conf/rsu_sysinfo.xml"), sysinfo.replace(a + 11, b - a - 11, device));
+  const std::string device = v2xtest::uniqueDevice("UP");
+  ASSERT_TRUE(v2xtest::prepareWorkdir(work.path(), device));
 
   // The maps as the stack peer will send them, and as this test reads them.
   std::vector<V2XAPP_GBMHANDLE> frames;
@@ -189,14 +183,21 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   }
 
   ChildProcess stack, cloud, service;
+  // The stack peer takes a port from the kernel; the port file points there
+  // before the service starts.
   ASSERT_TRUE(stack.start({V2X_STACK_SIM_BIN, "-w", work.path(), "-t", "60"}));
-  ASSERT_TRUE(stack.waitForOutput("listening on"));
+  ASSERT_TRUE(stack.waitForOutput(", maps from"));
+  const std::string listening = "listening on 127.0.0.1:";
+  const size_t listenAt = stack.output().find(listening);
+  ASSERT_NE(listenAt, std::string::npos) << stack.output();
+  v2xtest::writeIpcConfig(work.path(),
+                          static_cast<uint16_t>(std::stoul(stack.output().substr(listenAt + listening.size()))));
   // Three rounds of two; each upload answered.
   ASSERT_TRUE(cloud.start(
       {V2X_CLOUD_SIM_BIN, "--device", device, "--count", "6", "--kind", "up", "--ack-uploads", "--timeout", "40"}));
   const std::string before = localDate();
   const std::string log = work.file("log/map_conv.log");
-  ASSERT_TRUE(service.start({V2X_SERVICE_BIN, "-w", work.path(), "-f", log, "-d", "7"}, {}, work.file("service.err")));
+  ASSERT_TRUE(v2xtest::startService(service, work.path(), {"-d", "7"}));
   const int cloudStatus = cloud.waitExit(std::chrono::seconds(45));
   const std::string after = localDate();
   EXPECT_TRUE(WIFEXITED(cloudStatus) && WEXITSTATUS(cloudStatus) == 0) << cloud.output();
