@@ -8,14 +8,11 @@ namespace {
 
 v2xlog_config_t g_curTag = {nullptr, "GMAP"};
 
-// The height of a point as a value, when it has one: an absolute elevation, or
-// a height offset taken against the node's elevation. An absolute point keeps
-// a relative height only when it lies too far from its node for an offset;
-// reading that height back keeps a second conversion from dropping it.
-bool pointElevation(const VerticalOffset_t* v, const Position3D_t& ref, long& elevation) {
-  if (v == nullptr) return false;
+// A relative height (offset1 to offset6) taken back to an elevation against
+// the node's own; false for any other vertical part or a node without one.
+bool relativeHeight(const VerticalOffset_t* v, const Position3D_t& ref, long& elevation) {
+  if (v == nullptr || ref.elevation == nullptr) return false;
   switch (v->present) {
-    case VerticalOffset_PR_elevation: elevation = v->choice.elevation; return true;
     case VerticalOffset_PR_offset1: elevation = v->choice.offset1; break;
     case VerticalOffset_PR_offset2: elevation = v->choice.offset2; break;
     case VerticalOffset_PR_offset3: elevation = v->choice.offset3; break;
@@ -24,28 +21,42 @@ bool pointElevation(const VerticalOffset_t* v, const Position3D_t& ref, long& el
     case VerticalOffset_PR_offset6: elevation = v->choice.offset6; break;
     default: return false;
   }
-  if (ref.elevation == nullptr) return false;
   // Wraps like the hardware for values no encoder would accept.
   elevation = static_cast<long>(static_cast<unsigned long>(elevation) + static_cast<unsigned long>(*ref.elevation));
   return true;
 }
 
 // Converts the absolute points of one list; points already relative stay.
+// Only an absolute elevation goes along as the point's height. A point too far
+// from its node for an offset stays absolute; a relative height it carries
+// (an earlier conversion gave it one) is then kept against the node's
+// elevation, so that converting twice changes nothing.
 void convertPoints(PointList* points, const Position3D_t& ref) {
   if (points == nullptr) return;
   for (int i = 0; i < points->list.count; ++i) {
     RoadPoint_t* point = points->list.array[i];
     if (point == nullptr || point->posOffset.offsetLL.present != PositionOffsetLL_PR_position_LatLon) continue;
+    VerticalOffset_t* old = point->posOffset.offsetV;
+    // The offset writer attaches a new vertical part without releasing the old one.
+    point->posOffset.offsetV = nullptr;
     long elevation = 0;
     Position3D_t currPos3D{};
     currPos3D.lat = point->posOffset.offsetLL.choice.position_LatLon.lat;
     currPos3D.Long = point->posOffset.offsetLL.choice.position_LatLon.lon;
-    if (pointElevation(point->posOffset.offsetV, ref, elevation)) currPos3D.elevation = &elevation;
-    // The offset writer attaches a new vertical part without releasing the old one.
-    ASN_STRUCT_FREE(asn_DEF_VerticalOffset, point->posOffset.offsetV);
-    point->posOffset.offsetV = nullptr;
+    if (old != nullptr && old->present == VerticalOffset_PR_elevation) {
+      elevation = old->choice.elevation;
+      currPos3D.elevation = &elevation;
+    }
     // A single point that fails is left as it is; the walk goes on.
     (void)setPosOffsetLLVOriginal(&currPos3D, const_cast<Position3D_t*>(&ref), &point->posOffset);
+    if (point->posOffset.offsetLL.present == PositionOffsetLL_PR_position_LatLon && currPos3D.elevation == nullptr &&
+        relativeHeight(old, ref, elevation)) {
+      ASN_STRUCT_FREE(asn_DEF_VerticalOffset, point->posOffset.offsetV);
+      point->posOffset.offsetV = nullptr;
+      currPos3D.elevation = &elevation;
+      (void)setPosOffsetVOriginal(&currPos3D, &ref, &point->posOffset);
+    }
+    ASN_STRUCT_FREE(asn_DEF_VerticalOffset, old);
   }
 }
 

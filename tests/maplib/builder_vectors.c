@@ -84,6 +84,9 @@ static void buildD2AndConvert(void) {
   /* Lane points: D2's offset (lon -100, lat 200) and its absolute point at -0.5 m. */
   CHECK(v2xapp_GBMapLaneAddPoint(lane, V2XAPP_GBMAP_POS_LATLON, 397870206, 1165118942, NULL, 0) == 0);
   CHECK(v2xapp_GBMapLaneAddPoint(lane, V2XAPP_GBMAP_POS_LATLON, 397868872, 1165120283, &absElev, (uint64_t)-5) == 0);
+  /* A near point whose height is only relative: converted without a height. */
+  uint16_t relElev = 1;
+  CHECK(v2xapp_GBMapLaneAddPoint(lane, V2XAPP_GBMAP_POS_LATLON, 397870016, 1165119042, &relElev, 0) == 0);
   CHECK(v2xapp_GBMapLinkAddlane(link, lane) == 0 && v2xapp_GBMapNodeAddLink(node, link) == 0);
   CHECK(v2xapp_GBMapAddNode(map, node) == 0);
 
@@ -94,17 +97,13 @@ static void buildD2AndConvert(void) {
    * 0.0 m is -5 decimetres, within 63: height kind 1. 1 degree is 10000000
    * units, beyond 8388607: the point stays absolute (7), and its 10.0 m
    * becomes a height offset of 100 (kind 2: 63 <= 100 < 127). */
-  const struct Point lanePts[] = {{1, 200, -100, 0, 0}, {1, -1134, 1241, 1, -5}};
+  const struct Point lanePts[] = {{1, 200, -100, 0, 0}, {1, -1134, 1241, 1, -5}, {1, 10, 0, 0, 0}};
   const struct Point linkPts[] = {{7, 407870006, 1165119042, 2, 100}, {1, 0, 0, 0, 0}};
-  for (uint32_t i = 0; i < 2; i++) {
-    CHECK(samePoint(pointAt(lane, 1, i), lanePts[i]));
-    CHECK(samePoint(pointAt(link, 0, i), linkPts[i]));
-  }
-  /* A second conversion finds nothing left to do. */
-  CHECK(v2xapp_convAbsPoint2RelPoint(map) == 0);
-  for (uint32_t i = 0; i < 2; i++) {
-    CHECK(samePoint(pointAt(lane, 1, i), lanePts[i]));
-    CHECK(samePoint(pointAt(link, 0, i), linkPts[i]));
+  for (int round = 0; round < 2; round++) {
+    for (uint32_t i = 0; i < 3; i++) CHECK(samePoint(pointAt(lane, 1, i), lanePts[i]));
+    for (uint32_t i = 0; i < 2; i++) CHECK(samePoint(pointAt(link, 0, i), linkPts[i]));
+    /* A second conversion finds nothing left to do. */
+    CHECK(v2xapp_convAbsPoint2RelPoint(map) == 0);
   }
   CHECK(v2xapp_convAbsPoint2RelPoint(NULL) == -2);
   CHECK(v2xapp_GBMapStrDel(&map) == 0);
