@@ -1,0 +1,268 @@
+// Map download: nodes with their identity and reference position, and each
+// node's incoming links with their speed limits, widths and movements.
+#include <Elevation.h>
+#include <Latitude.h>
+#include <Link.h>
+#include <LinkList.h>
+#include <Longitude.h>
+#include <MapData.h>
+#include <Movement.h>
+#include <MovementList.h>
+#include <Node.h>
+#include <PhaseID.h>
+#include <RegulatorySpeedLimit.h>
+#include <Speed.h>
+#include <SpeedLimitList.h>
+
+#include <cstring>
+
+#include "map_conv_mapdown_detail.h"
+#include "v2xapp_commoncodec.h"
+
+using namespace v2xmapconv::mapdown::detail;
+
+namespace {
+
+// The reference position of a node, in this order: "lon", "lat", then the
+// optional "ele". The degrees and metres also go into the floating-point
+// position that the link reader carries.
+int32 readRefPos(cJSON* json, Node_t* node, c_pos3D_t* refPos) {
+  cJSON* pos = cJSON_GetObjectItem(json, "refPos");
+  if (pos == nullptr) return report(__func__, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
+  refPos->posIsValid = true;
+  int32 ret = readNumber(__func__, pos, "lon", &node->refPos.Long,
+                         {"Get refPos->lon item failed!", -4, ERROR_CODE_NODE_REFPOS_LON}, degreesView,
+                         {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_NODE_REFPOS_LON}},
+                         &refPos->lon);
+  if (ret != 0) return ret;
+  ret =
+      readNumber(__func__, pos, "lat", &node->refPos.lat,
+                 {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT}, degreesView,
+                 {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}}, &refPos->lat);
+  if (ret != 0) return ret;
+  cJSON* ele = cJSON_GetObjectItem(pos, "ele");
+  refPos->elevIsValid = ele != nullptr;
+  if (ele != nullptr) refPos->elevation = ele->valuedouble;
+  return readOptionalNumber(__func__, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
+                            {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_NODE_REFPOS_ELE}});
+}
+
+// One node: identity and reference position decide; its links never reject it.
+int32 readNode(cJSON* item, Node_t* node) {
+  c_pos3D_t refPos{};
+  GetNameFromNodesJson(item, node);
+  int32 ret = checked(__func__, GetIdFromNodesJson(item, node), "GetIdFromNodesJson return failed!");
+  if (ret == 0)
+    ret = checked(__func__, GetRefPosFromNodesJson(item, node, &refPos), "GetRefPosFromNodesJson return failed!");
+  // The node keeps the links read before a faulty one.
+  if (ret == 0) GetInLinksFromNodesJson(item, node, &refPos);
+  return ret;
+}
+
+// One link; upstream node, width and lanes decide, the rest only record codes.
+int32 readLink(cJSON* item, Link_t* link) {
+  GetNameFromLinkJson(item, link);
+  int32 ret = checked(__func__, GetUpstreamNodeIdFromLinkJson(item, link),
+                      "GetUpstreamNodeIdFromLinkJson return failed!", ERROR_CODE_LINK_UPSTREAMNODEID);
+  if (ret != 0) return ret;
+  GetSpeedLimitsFromJson(item, &link->speedLimits);
+  ret = checked(__func__, GetLinkWidthFromLinkJson(item, link), "GetLinkWidthFromLinkJson return failed!",
+                ERROR_CODE_LINK_LINKWIDTH);
+  if (ret != 0) return ret;
+  GetPointsFromJson(item, &link->points);
+  GetMovementsFromLinkJson(item, link);
+  return checked(__func__, GetLanesFromLinkJson(item, link), "GetLanesFromLinkJson return failed!",
+                 ERROR_CODE_LINK_LANES);
+}
+
+int32 readSpeedLimit(cJSON* item, RegulatorySpeedLimit_t* limit) {
+  const cJSON* type = cJSON_GetObjectItem(item, "type");
+  if (type == nullptr) return report(__func__, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
+  if (cJSON_IsString(type)) {
+    GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
+  } else if (cJSON_IsNumber(type)) {
+    limit->type = intView(type);  // the enumeration value as sent
+  }
+  return readNumber(__func__, item, "speed", &limit->speed,
+                    {"Get speedLimit->speed item failed!", -5, ERROR_CODE_LINK_SPEEDLIMIT}, intView,
+                    {Speed_constraint, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
+}
+
+}  // namespace
+
+extern "C" {
+
+int32 GetNodesFromJson(cJSON* json, MapData* map) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  cJSON* nodes = nullptr;
+  if (json == nullptr || map == nullptr) {
+    ret = -2;
+  } else if ((nodes = cJSON_GetObjectItem(json, "nodes")) == nullptr) {
+    ret = report(__func__, {"Parse nodes error!", -3});
+  } else {
+    ret = readElements(
+        __func__, nodes, &map->nodes.list, asn_DEF_Node,
+        {{"Get nodes item error,nodes_count:", -2}, {"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
+        readNode);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNameFromNodesJson(cJSON* json, Node* node) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || node == nullptr) ? -2 : readName(json, &node->name, "node");
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetIdFromNodesJson(cJSON* json, Node* node) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || node == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "id", &node->id, {"Get id item failed!", -3, ERROR_CODE_NODE_ID});
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNodeReferenceIDFromJson(cJSON* json, NodeReferenceID* id) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = -2;
+  if (json != nullptr && id != nullptr) {
+    ret = readOptionalNumber(__func__, cJSON_GetObjectItem(json, "region"), &id->region,
+                             {"id->region calloc failed", -2});
+    if (ret == 0) ret = readNumber(__func__, json, "id", &id->id, {"Get id->id item failed!", -3});
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetRefPosFromNodesJson(cJSON* json, Node* node, c_pos3D* refPos) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = json == nullptr || node == nullptr || refPos == nullptr ? -2 : readRefPos(json, node, refPos);
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+// ---------------------------------------------------------------- links
+
+int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
+  V2XLOG_START(&g_curTag);
+  // The node's position is carried for relative point lists; the link and
+  // lane points are read as absolute positions.
+  (void)refPos;
+  int32 ret = 0;
+  cJSON* links = nullptr;
+  if (json == nullptr || node == nullptr) {
+    ret = -2;
+  } else if ((links = cJSON_GetObjectItem(json, "inLinks")) == nullptr) {
+    ret = report(__func__, {"Get inLinks item failed!", -3});
+  } else {
+    // A dropped link ends the node's list; the links before it stay.
+    ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
+                   {{"Get links item error,links_count:", -2}, {"node->inLinks calloc failed!", -2}, kNotAdded},
+                   readLink);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetNameFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || link == nullptr) ? -2 : readName(json, &link->name, "link");
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || link == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "upstreamNodeId", &link->upstreamNodeId,
+                                  {"Get link->upstreamNodeId item failed!", -3});
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = -2;
+  if (json != nullptr && speedLimits != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "speedLimits"), speedLimits, {"speedLimits calloc failed!", -9},
+                   asn_DEF_RegulatorySpeedLimit,
+                   {{"Get speedLimits item error,speedLimits_count:", -8},
+                    {"speedLimit calloc failed!", -6},
+                    {"ASN_SEQUENCE_ADD faild \n", -7}},
+                   readSpeedLimit);
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetSpeedLimitsTypeFromStr(const char* typeStr, long* type) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = 0;
+  if (typeStr == nullptr || type == nullptr) {
+    ret = -2;
+  } else if (std::strcmp(typeStr, "vehicleMaxSpeed") == 0) {
+    *type = SpeedLimitType_vehicleMaxSpeed;
+  } else if (std::strcmp(typeStr, "truckMaxSpeed") == 0) {
+    *type = SpeedLimitType_truckMaxSpeed;
+  } else {
+    *type = SpeedLimitType_unknown;
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetLinkWidthFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = (json == nullptr || link == nullptr)
+                  ? -2
+                  : readNumber(__func__, json, "linkWidth", &link->linkWidth, {"Get link->linkWidth item failed!", -3});
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = -2;
+  if (json != nullptr && link != nullptr) {
+    ret = readList(__func__, cJSON_GetObjectItem(json, "movements"), &link->movements,
+                   {"link->movements calloc failed!", -2}, asn_DEF_Movement,
+                   {{"Get movements item error,movements_count:", -2}, {"movement calloc failed!", -2}, kNotAdded},
+                   [](cJSON* item, Movement_t* movement) {
+                     GetRemoteIntersectionFromMovementJson(item, movement);
+                     GetPhaseIdFromMovementJson(item, movement);
+                     return 0;
+                   });
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetRemoteIntersectionFromMovementJson(cJSON* json, Movement* movement) {
+  V2XLOG_START(&g_curTag);
+  // The message names another key; log readers know it by this text.
+  int32 ret = (json == nullptr || movement == nullptr)
+                  ? -2
+                  : readReference(__func__, json, "remoteIntersection", &movement->remoteIntersection,
+                                  {"Get link->upstreamNodeId item failed!", -3});
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+
+int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
+  V2XLOG_START(&g_curTag);
+  int32 ret = -2;
+  if (json != nullptr && movement != nullptr) {
+    // An out-of-range phase is kept as sent; only the code tells the cloud.
+    ret = readOptionalNumber(
+        __func__, cJSON_GetObjectItem(json, "phaseId"), &movement->phaseId, {"movement->phaseId calloc failed!", -4},
+        intView, {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
+  }
+  V2XLOG_END(&g_curTag, ret);
+  return ret;
+}
+}  // extern "C"
