@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "map_conv_mapdown_detail.h"
 #include "map_conv_deamon.h"
+#include "map_conv_mapdown_detail.h"
 #include "map_conv_v2xcloud_dds.h"
 
 using namespace v2xmapconv::mapdown::detail;

@@ -199,7 +199,7 @@ int32 readList(const Caller& caller, cJSON* array, List** list, const Fault& noL
 void resetErrorCode();
 
 // The name of a node or link: the text's bytes without terminator.
-int32 readName(cJSON* json, DescriptiveName_t** name, const char* what);
+int32 readName(const char* reader, cJSON* json, DescriptiveName_t** name, const char* what);
 
 }  // namespace v2xmapconv::mapdown::detail
 

@@ -26,64 +26,64 @@ namespace {
 // The reference position of a node, in this order: "lon", "lat", then the
 // optional "ele". The degrees and metres also go into the floating-point
 // position that the link reader carries.
-int32 readRefPos(cJSON* json, Node_t* node, c_pos3D_t* refPos) {
+int32 readRefPos(const char* reader, cJSON* json, Node_t* node, c_pos3D_t* refPos) {
   cJSON* pos = cJSON_GetObjectItem(json, "refPos");
-  if (pos == nullptr) return report(__func__, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
+  if (pos == nullptr) return report(reader, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
   refPos->posIsValid = true;
-  int32 ret = readNumber(__func__, pos, "lon", &node->refPos.Long,
+  int32 ret = readNumber(reader, pos, "lon", &node->refPos.Long,
                          {"Get refPos->lon item failed!", -4, ERROR_CODE_NODE_REFPOS_LON}, degreesView,
                          {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_NODE_REFPOS_LON}},
                          &refPos->lon);
   if (ret != 0) return ret;
   ret =
-      readNumber(__func__, pos, "lat", &node->refPos.lat,
+      readNumber(reader, pos, "lat", &node->refPos.lat,
                  {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT}, degreesView,
                  {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}}, &refPos->lat);
   if (ret != 0) return ret;
   cJSON* ele = cJSON_GetObjectItem(pos, "ele");
   refPos->elevIsValid = ele != nullptr;
   if (ele != nullptr) refPos->elevation = ele->valuedouble;
-  return readOptionalNumber(__func__, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
+  return readOptionalNumber(reader, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
                             {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_NODE_REFPOS_ELE}});
 }
 
 // One node: identity and reference position decide; its links never reject it.
-int32 readNode(cJSON* item, Node_t* node) {
+int32 readNode(const char* reader, cJSON* item, Node_t* node) {
   c_pos3D_t refPos{};
   GetNameFromNodesJson(item, node);
-  int32 ret = checked(__func__, GetIdFromNodesJson(item, node), "GetIdFromNodesJson return failed!");
+  int32 ret = checked(reader, GetIdFromNodesJson(item, node), "GetIdFromNodesJson return failed!");
   if (ret == 0)
-    ret = checked(__func__, GetRefPosFromNodesJson(item, node, &refPos), "GetRefPosFromNodesJson return failed!");
+    ret = checked(reader, GetRefPosFromNodesJson(item, node, &refPos), "GetRefPosFromNodesJson return failed!");
   // The node keeps the links read before a faulty one.
   if (ret == 0) GetInLinksFromNodesJson(item, node, &refPos);
   return ret;
 }
 
 // One link; upstream node, width and lanes decide, the rest only record codes.
-int32 readLink(cJSON* item, Link_t* link) {
+int32 readLink(const char* reader, cJSON* item, Link_t* link) {
   GetNameFromLinkJson(item, link);
-  int32 ret = checked(__func__, GetUpstreamNodeIdFromLinkJson(item, link),
-                      "GetUpstreamNodeIdFromLinkJson return failed!", ERROR_CODE_LINK_UPSTREAMNODEID);
+  int32 ret = checked(reader, GetUpstreamNodeIdFromLinkJson(item, link), "GetUpstreamNodeIdFromLinkJson return failed!",
+                      ERROR_CODE_LINK_UPSTREAMNODEID);
   if (ret != 0) return ret;
   GetSpeedLimitsFromJson(item, &link->speedLimits);
-  ret = checked(__func__, GetLinkWidthFromLinkJson(item, link), "GetLinkWidthFromLinkJson return failed!",
+  ret = checked(reader, GetLinkWidthFromLinkJson(item, link), "GetLinkWidthFromLinkJson return failed!",
                 ERROR_CODE_LINK_LINKWIDTH);
   if (ret != 0) return ret;
   GetPointsFromJson(item, &link->points);
   GetMovementsFromLinkJson(item, link);
-  return checked(__func__, GetLanesFromLinkJson(item, link), "GetLanesFromLinkJson return failed!",
+  return checked(reader, GetLanesFromLinkJson(item, link), "GetLanesFromLinkJson return failed!",
                  ERROR_CODE_LINK_LANES);
 }
 
-int32 readSpeedLimit(cJSON* item, RegulatorySpeedLimit_t* limit) {
+int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* limit) {
   const cJSON* type = cJSON_GetObjectItem(item, "type");
-  if (type == nullptr) return report(__func__, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
+  if (type == nullptr) return report(reader, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
   if (cJSON_IsString(type)) {
     GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
   } else if (cJSON_IsNumber(type)) {
     limit->type = intView(type);  // the enumeration value as sent
   }
-  return readNumber(__func__, item, "speed", &limit->speed,
+  return readNumber(reader, item, "speed", &limit->speed,
                     {"Get speedLimit->speed item failed!", -5, ERROR_CODE_LINK_SPEEDLIMIT}, intView,
                     {Speed_constraint, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
 }
@@ -104,7 +104,7 @@ int32 GetNodesFromJson(cJSON* json, MapData* map) {
     ret = readElements(
         __func__, nodes, &map->nodes.list, asn_DEF_Node,
         {{"Get nodes item error,nodes_count:", -2}, {"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
-        readNode);
+        [reader = __func__](cJSON* item, Node_t* node) { return readNode(reader, item, node); });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -112,7 +112,7 @@ int32 GetNodesFromJson(cJSON* json, MapData* map) {
 
 int32 GetNameFromNodesJson(cJSON* json, Node* node) {
   V2XLOG_START(&g_curTag);
-  int32 ret = (json == nullptr || node == nullptr) ? -2 : readName(json, &node->name, "node");
+  int32 ret = (json == nullptr || node == nullptr) ? -2 : readName(__func__, json, &node->name, "node");
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -140,7 +140,7 @@ int32 GetNodeReferenceIDFromJson(cJSON* json, NodeReferenceID* id) {
 
 int32 GetRefPosFromNodesJson(cJSON* json, Node* node, c_pos3D* refPos) {
   V2XLOG_START(&g_curTag);
-  int32 ret = json == nullptr || node == nullptr || refPos == nullptr ? -2 : readRefPos(json, node, refPos);
+  int32 ret = json == nullptr || node == nullptr || refPos == nullptr ? -2 : readRefPos(__func__, json, node, refPos);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -162,7 +162,7 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
     // A dropped link ends the node's list; the links before it stay.
     ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
                    {{"Get links item error,links_count:", -2}, {"node->inLinks calloc failed!", -2}, kNotAdded},
-                   readLink);
+                   [reader = __func__](cJSON* item, Link_t* link) { return readLink(reader, item, link); });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -170,7 +170,7 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
 
 int32 GetNameFromLinkJson(cJSON* json, Link* link) {
   V2XLOG_START(&g_curTag);
-  int32 ret = (json == nullptr || link == nullptr) ? -2 : readName(json, &link->name, "link");
+  int32 ret = (json == nullptr || link == nullptr) ? -2 : readName(__func__, json, &link->name, "link");
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -194,7 +194,9 @@ int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
                    {{"Get speedLimits item error,speedLimits_count:", -8},
                     {"speedLimit calloc failed!", -6},
                     {"ASN_SEQUENCE_ADD faild \n", -7}},
-                   readSpeedLimit);
+                   [reader = __func__](cJSON* item, RegulatorySpeedLimit_t* limit) {
+                     return readSpeedLimit(reader, item, limit);
+                   });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;

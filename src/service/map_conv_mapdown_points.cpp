@@ -14,20 +14,20 @@ using namespace v2xmapconv::mapdown::detail;
 namespace {
 
 // One point as an absolute position: "lon", "lat" and the optional "ele".
-int32 readAbsolutePoint(cJSON* item, RoadPoint_t* point) {
+int32 readAbsolutePoint(const char* reader, cJSON* item, RoadPoint_t* point) {
   point->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LatLon;
   Position_LLmD_64b_t& ll = point->posOffset.offsetLL.choice.position_LatLon;
   int32 ret = readNumber(
-      __func__, item, "lon", &ll.lon, {"Get points->lon item failed!", -4, ERROR_CODE_LINK_LANES_POINTS_LON},
-      degreesView, {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_LINK_LANES_POINTS_LON}});
+      reader, item, "lon", &ll.lon, {"Get points->lon item failed!", -4, ERROR_CODE_LINK_LANES_POINTS_LON}, degreesView,
+      {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_LINK_LANES_POINTS_LON}});
   if (ret != 0) return ret;
-  ret = readNumber(__func__, item, "lat", &ll.lat,
-                   {"Get points->lat item failed!", -6, ERROR_CODE_LINK_LANES_POINTS_LAT}, degreesView,
+  ret = readNumber(reader, item, "lat", &ll.lat, {"Get points->lat item failed!", -6, ERROR_CODE_LINK_LANES_POINTS_LAT},
+                   degreesView,
                    {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_LINK_LANES_POINTS_LAT}});
   if (ret != 0) return ret;
   return withRecord(
-      __func__, cJSON_GetObjectItem(item, "ele"), &point->posOffset.offsetV,
-      {"road_point->posOffset.offsetV calloc failed!", -8}, [reader = __func__](const cJSON* ele, VerticalOffset_t* v) {
+      reader, cJSON_GetObjectItem(item, "ele"), &point->posOffset.offsetV,
+      {"road_point->posOffset.offsetV calloc failed!", -8}, [reader](const cJSON* ele, VerticalOffset_t* v) {
         v->present = VerticalOffset_PR_elevation;
         v->choice.elevation = metresView(ele);
         return checkBound(
@@ -44,12 +44,12 @@ int32 GetPointsFromJson(cJSON* json, PointList** points) {
   V2XLOG_START(&g_curTag);
   int32 ret = -2;
   if (json != nullptr && points != nullptr) {
-    ret = readList(__func__, cJSON_GetObjectItem(json, "points"), points, {"link->points calloc failed!", -12},
-                   asn_DEF_RoadPoint,
-                   {{"Get points item error,points_count:", -11},
-                    {"road_point calloc failed!", -9},
-                    {"ASN_SEQUENCE_ADD faild \n", -10}},
-                   readAbsolutePoint);
+    ret = readList(
+        __func__, cJSON_GetObjectItem(json, "points"), points, {"link->points calloc failed!", -12}, asn_DEF_RoadPoint,
+        {{"Get points item error,points_count:", -11},
+         {"road_point calloc failed!", -9},
+         {"ASN_SEQUENCE_ADD faild \n", -10}},
+        [reader = __func__](cJSON* item, RoadPoint_t* point) { return readAbsolutePoint(reader, item, point); });
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;

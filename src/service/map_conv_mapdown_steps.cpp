@@ -66,11 +66,11 @@ int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeRefe
   return 0;
 }
 
-int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
+int32 readName(const char* reader, cJSON* json, DescriptiveName_t** name, const char* what) {
   const cJSON* item = cJSON_GetObjectItem(json, "name");
   if (item == nullptr) return 0;
   if (!cJSON_IsString(item) || item->valuestring == nullptr) {
-    V2XLOG(&g_curTag, 3, "%s name is not a text, ignored", what);
+    say(reader, 3, "%s name is not a text, ignored", what);
     return 0;
   }
   size_t len = std::strlen(item->valuestring);
@@ -83,7 +83,7 @@ int32 readName(cJSON* json, DescriptiveName_t** name, const char* what) {
     }
   }
   if (record == nullptr) {
-    V2XLOG(&g_curTag, 2, "%s->name calloc failed!", what);
+    say(reader, 2, "%s->name calloc failed!", what);
     return -2;
   }
   std::memcpy(record->buf, item->valuestring, len);
