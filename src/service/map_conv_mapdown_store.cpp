@@ -165,11 +165,13 @@ int32 v2xmapconv_GetMapDownLastTimestamp(uint64* timeStamp) {
   return ret;
 }
 
+#ifdef V2X_TEST_SEAMS
 void v2xmapconv_MapDownResetForTest(void) {
   resetErrorCode();
   std::memset(cur_eTag, 0, sizeof(cur_eTag));
   del_map_dir_flag = true;
   g_last_mapdown_timestamp = 0;
 }
+#endif
 
 }  // extern "C"

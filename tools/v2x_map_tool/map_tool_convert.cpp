@@ -216,9 +216,8 @@ int runConvert(int argc, char** argv) {
   if (ec || !checkOutDir(outDir, settings)) return maptool::kExitUsage;
   Workdir work;
   if (!work.create(settings, outDir)) return maptool::kExitBadInput;
+  // One run per process: the service's modules start from their initial state.
   v2xmapconv_InitCfg(work.path().c_str());
-  v2xmapconv_ResetCfgForTest();
-  v2xmapconv_MapDownResetForTest();
 
   bool allStored = true;
   for (const std::string& doc : docs) allStored = convertOne(doc, outDir, settings) && allStored;
