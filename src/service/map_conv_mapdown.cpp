@@ -13,17 +13,31 @@
 namespace v2xmapconv::mapdown::detail {
 
 v2xlog_config_t g_curTag = {nullptr, "DOWN"};
+thread_local constinit DocumentScope t_document = {false, false};
 
 }  // namespace v2xmapconv::mapdown::detail
 
 using namespace v2xmapconv::mapdown::detail;
+
+namespace {
+
+// The trace level is asked once for the whole document.
+class DocumentTrace {
+ public:
+  DocumentTrace() { t_document = {true, v2xlog_IsEnabled(&g_curTag, 7)}; }
+  ~DocumentTrace() { t_document = {false, false}; }
+  DocumentTrace(const DocumentTrace&) = delete;
+  DocumentTrace& operator=(const DocumentTrace&) = delete;
+};
+
+}  // namespace
 
 extern "C" {
 
 // ---------------------------------------------------------------- envelope
 
 int32 GetMapSliceFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   const char* text = nullptr;
   if (json == nullptr || map_data == nullptr) {
@@ -33,25 +47,25 @@ int32 GetMapSliceFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   } else {
     map_data->mapSlice = leadingNumberMod256(text);
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetMapDwonAckFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
   } else {
-    const cJSON* item = cJSON_GetObjectItem(json, "ack");
+    const cJSON* item = member(json, "ack");
     if (item != nullptr) map_data->ack = cJSON_IsTrue(item);
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetMapDwonSeqNumFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
@@ -59,12 +73,12 @@ int32 GetMapDwonSeqNumFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
     const char* text = textItem(json, "seqNum");
     if (text != nullptr) copyText(map_data->seqNum, sizeof(map_data->seqNum), text);
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetMapEtagFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   const char* text = nullptr;
   if (json == nullptr || map_data == nullptr) {
@@ -74,53 +88,55 @@ int32 GetMapEtagFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   } else {
     copyText(map_data->eTag, sizeof(map_data->eTag), text);
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 // ---------------------------------------------------------------- map, nodes
 
 int32 GetMapFromJson(cJSON* json, MapData* map) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   cJSON* body = nullptr;
   if (json == nullptr || map == nullptr) {
     ret = -2;
-  } else if ((body = cJSON_GetObjectItem(json, "map")) == nullptr) {
+  } else if ((body = member(json, "map")) == nullptr) {
     ret = report(__func__, {"Parse nodes error!", -3});
   } else {
     ret = checked(__func__, GetNodesFromJson(body, map), "GetNodesFromJson return failed!");
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetTimeStampFromJson(cJSON* json, MapData* map) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || map == nullptr)
                   ? -2
-                  : readOptionalNumber(__func__, cJSON_GetObjectItem(json, "timeStamp"), &map->timeStamp,
+                  : readOptionalNumber(__func__, member(json, "timeStamp"), &map->timeStamp,
                                        {"timeStamp calloc failed!", -2}, wholeView);
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 // ---------------------------------------------------------------- entry point
 
 int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_data) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -1;
   if (map_json == nullptr || map_data == nullptr) {
     ret = -2;
-    V2XLOG_END(&g_curTag, ret);
+    MAPDOWN_TRACE_END(ret);
     return ret;
   }
   v2xmapconv_SetErrorCode(ERROR_CODE_NONE);
-  cJSON* root = cJSON_Parse(map_json);
+  DocumentTrace trace;
+  DocumentArena arena;
+  cJSON* root = parseDocument(map_json, arena);
   if (root == nullptr) {
     V2XLOG(&g_curTag, 2, "cJSON_Parse Error!");
     ret = -2;
-    V2XLOG_END(&g_curTag, ret);
+    MAPDOWN_TRACE_END(ret);
     return ret;
   }
   map_conv_config_t* cfg = nullptr;
@@ -146,8 +162,7 @@ int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_da
         (frame != nullptr && frame->present == MessageFrame_PR_mapFrame) ? &frame->choice.mapFrame : nullptr;
     if ((ret = GetMapFromJson(root, map)) != 0) V2XLOG(&g_curTag, 2, "GetMapFromJson return failed!");
   }
-  cJSON_Delete(root);
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 

@@ -11,6 +11,7 @@
 #include <limits.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <type_traits>
 
@@ -54,6 +55,49 @@ inline long metresView(const cJSON* item) { return scaleTrunc(item->valuedouble,
 inline long wholeView(const cJSON* item) { return scaleTrunc(item->valuedouble, 1.0); }
 
 using View = long (*)(const cJSON*);
+
+// The member of object under key: the first whose name equals key when the
+// case of letters is ignored, as cJSON_GetObjectItem finds it. Null when
+// there is none (also for a null object, or an item that is no object).
+inline cJSON* member(const cJSON* object, const char* key) {
+  if (object == nullptr || key == nullptr) return nullptr;
+  auto fold = [](unsigned char c) { return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c | 0x20 : c); };
+  const unsigned char first = fold(static_cast<unsigned char>(key[0]));
+  for (cJSON* item = object->child; item != nullptr; item = item->next) {
+    const unsigned char* name = reinterpret_cast<const unsigned char*>(item->string);
+    if (name == nullptr || fold(name[0]) != first) continue;
+    const unsigned char* k = reinterpret_cast<const unsigned char*>(key);
+    size_t i = 0;
+    while (k[i] != '\0' && fold(name[i]) == fold(k[i])) ++i;
+    if (k[i] == '\0' && name[i] == '\0') return item;
+  }
+  return nullptr;
+}
+
+// While a document is read, whether its trace lines are on: asked once at the
+// start of the document (a level changed meanwhile applies from the next one).
+// Readers called on their own ask every time.
+struct DocumentScope {
+  bool active;
+  bool trace;
+};
+extern thread_local constinit DocumentScope t_document;
+
+inline bool traceOn() { return t_document.active ? t_document.trace : v2xlog_IsEnabled(&g_curTag, 7); }
+
+// The readers' entry and exit traces (the lines of V2XLOG_START / V2XLOG_END).
+#define MAPDOWN_TRACE_START()                                                                                      \
+  do {                                                                                                             \
+    if (::v2xmapconv::mapdown::detail::traceOn())                                                                  \
+      v2xlog_Print(&::v2xmapconv::mapdown::detail::g_curTag, 7, "%s:%s:%d:%s start", __FILE__, __func__, __LINE__, \
+                   __func__);                                                                                      \
+  } while (0)
+#define MAPDOWN_TRACE_END(ret)                                                                                \
+  do {                                                                                                        \
+    if (::v2xmapconv::mapdown::detail::traceOn())                                                             \
+      v2xlog_Print(&::v2xmapconv::mapdown::detail::g_curTag, 7, "%s:%s:%d:%s end ret=%d", __FILE__, __func__, \
+                   __LINE__, __func__, static_cast<int>(ret));                                                \
+  } while (0)
 
 // The text of a key that must hold a JSON string; anything else counts as absent.
 const char* textItem(const cJSON* json, const char* key);
@@ -115,7 +159,7 @@ inline int32 checkBound(const Caller& caller, const Bound& bound, const long* va
 // *real, when given, gets the value as sent.
 inline int32 readNumber(const Caller& caller, cJSON* json, const char* key, long* target, const Fault& missing,
                         View view = intView, const Bound& bound = {}, double* real = nullptr) {
-  const cJSON* item = cJSON_GetObjectItem(json, key);
+  const cJSON* item = member(json, key);
   if (item == nullptr) return report(caller, missing);
   if (real != nullptr) *real = item->valuedouble;
   *target = view(item);
@@ -151,33 +195,26 @@ inline int32 readOptionalNumber(const Caller& caller, cJSON* item, long** field,
 // "id" keeps 0; its holder is still read.
 int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing);
 
-// How an array walk fails: an item the array does not give (the text is
-// followed by the array's size), an element that cannot be allocated, one that
+// How an array walk fails: an element that cannot be allocated, one that
 // cannot be appended.
 struct ElementFaults {
-  Fault missing;
   Fault noMemory;
   Fault notAdded;
 };
 
 constexpr Fault kNotAdded = {"ASN_SEQUENCE_ADD faild \n", -4};
 
-// Reads each item of array (null: none) into a new element appended to set.
-// The first failing element ends the walk and is released; the elements
-// before it stay.
+// Reads each item of array (null: none) into a new element appended to set,
+// in the array's order (the items are walked as a list, not looked up by
+// index). The first failing element ends the walk and is released; the
+// elements before it stay.
 template <typename Set, typename ReadOne>
 int32 readElements(const Caller& caller, cJSON* array, Set* set, asn_TYPE_descriptor_t& td, const ElementFaults& faults,
                    ReadOne readOne) {
   using Element = std::remove_pointer_t<std::remove_pointer_t<decltype(set->array)>>;
   if (array == nullptr) return 0;
   int32 ret = 0;
-  int count = cJSON_GetArraySize(array);
-  for (int i = 0; i < count && ret == 0; ++i) {
-    cJSON* item = cJSON_GetArrayItem(array, i);
-    if (item == nullptr) {
-      say(caller, 2, "%s%d", faults.missing.text, count);
-      return faults.missing.ret;
-    }
+  for (cJSON* item = array->child; item != nullptr && ret == 0; item = item->next) {
     Element* element = newRecord<Element>();
     if (element == nullptr) return report(caller, faults.noMemory);
     if ((ret = readOne(item, element)) == 0 && asn_set_add(set, element) != 0) ret = report(caller, faults.notAdded);
@@ -194,6 +231,44 @@ int32 readList(const Caller& caller, cJSON* array, List** list, const Fault& noL
     return readElements(caller, found, &record->list, td, faults, readOne);
   });
 }
+
+// Memory of one parsed document: its JSON items and texts come from a few
+// blocks, released together with the arena.
+class DocumentArena {
+ public:
+  DocumentArena() = default;
+  ~DocumentArena();
+  DocumentArena(const DocumentArena&) = delete;
+  DocumentArena& operator=(const DocumentArena&) = delete;
+  // size bytes aligned to align; null when memory is exhausted.
+  void* take(size_t size, size_t align) {
+    size_t skip = (align - reinterpret_cast<uintptr_t>(cur_) % align) % align;
+    if (cur_ == nullptr || skip + size > left_) return takeFromNewBlock(size, align);
+    void* p = cur_ + skip;
+    cur_ += skip + size;
+    left_ -= skip + size;
+    return p;
+  }
+  // The size of the blocks to come (within fixed bounds).
+  void sizeHint(size_t bytes) { hint_ = bytes; }
+
+ private:
+  struct Block {
+    Block* next;
+    size_t size;
+  };
+  Block* blocks_ = nullptr;
+  char* cur_ = nullptr;
+  size_t left_ = 0;
+  size_t hint_ = 0;
+
+  void* takeFromNewBlock(size_t size, size_t align);
+};
+
+// Parses a zero-terminated JSON text into a tree that lives in arena: the
+// same tree, item for item, as cJSON_Parse gives, or null where cJSON_Parse
+// gives null. The tree is never passed to cJSON_Delete.
+cJSON* parseDocument(const char* text, DocumentArena& arena);
 
 // The download error code back to ERROR_CODE_NONE, without a trace line.
 void resetErrorCode();

@@ -19,12 +19,11 @@ using namespace v2xmapconv::mapdown::detail;
 extern "C" {
 
 int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && link != nullptr) {
-    ret = readElements(__func__, cJSON_GetObjectItem(json, "lanes"), &link->lanes.list, asn_DEF_Lane,
-                       {{"Get lanes item error,lanes_count:", -2}, {"lan calloc failed!", -2}, kNotAdded},
-                       [reader = __func__](cJSON* item, Lane_t* lan) {
+    ret = readElements(__func__, member(json, "lanes"), &link->lanes.list, asn_DEF_Lane,
+                       {{"lan calloc failed!", -2}, kNotAdded}, [reader = __func__](cJSON* item, Lane_t* lan) {
                          // The link reader records its own code over this one.
                          int32 laneRet = checked(reader, GetLaneIdFromLaneJson(item, lan),
                                                  "GetLanesFromLinkJson return failed!", ERROR_CODE_LINK_LANES_LANEID);
@@ -39,62 +38,62 @@ int32 GetLanesFromLinkJson(cJSON* json, Link* link) {
                          return 0;
                        });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneIdFromLaneJson(cJSON* json, Lane* lan) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || lan == nullptr)
                   ? -2
                   : readNumber(__func__, json, "laneId", &lan->laneID, {"Get lan->laneID item error", -2});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneWidthFromLaneJson(cJSON* json, Lane* lan) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && lan != nullptr) {
     ret = readOptionalNumber(
-        __func__, cJSON_GetObjectItem(json, "laneWidth"), &lan->laneWidth, {"lan->laneWidth calloc failed!", -4},
-        intView, {LaneWidth_constraint, {"error: laneWidth out of range", -3, ERROR_CODE_LINK_LANES_LANEWIDTH}});
+        __func__, member(json, "laneWidth"), &lan->laneWidth, {"lan->laneWidth calloc failed!", -4}, intView,
+        {LaneWidth_constraint, {"error: laneWidth out of range", -3, ERROR_CODE_LINK_LANES_LANEWIDTH}});
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneAttributesFromLaneJson(cJSON* json, Lane* lan) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && lan != nullptr) {
-    ret = withRecord(__func__, cJSON_GetObjectItem(json, "laneAttributes"), &lan->laneAttributes,
+    ret = withRecord(__func__, member(json, "laneAttributes"), &lan->laneAttributes,
                      {"lan->laneAttributes calloc failed!", -2}, [](cJSON* attributes, LaneAttributes_t* record) {
                        GetShareWithFromLaneAttributesJson(attributes, record);
                        GetLaneTypeFromLaneAttributesJson(attributes, record);
                        return 0;
                      });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetShareWithFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttributes) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   const cJSON* share = nullptr;
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
-  } else if ((share = cJSON_GetObjectItem(json, "shareWith")) != nullptr && laneAttributes->shareWith == nullptr) {
+  } else if ((share = member(json, "shareWith")) != nullptr && laneAttributes->shareWith == nullptr) {
     // The number is the string's whole 16-bit value, not shifted into the 10 bits.
     newBitString(intView(share), 10, &laneAttributes->shareWith);
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttributes) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   struct LaneTypeKey {
     const char* key;
     LaneTypeAttributes_PR present;
@@ -115,12 +114,12 @@ int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttribu
   cJSON* type = nullptr;
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
-  } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
+  } else if ((type = member(json, "laneType")) == nullptr) {
     ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     LaneTypeAttributes_t& lt = laneAttributes->laneType;
     for (const LaneTypeKey& k : kKeys) {
-      const cJSON* value = cJSON_GetObjectItem(type, k.key);
+      const cJSON* value = member(type, k.key);
       if (value == nullptr) continue;
       // Every alternative is a bit string; pick the member that belongs to it.
       BIT_STRING_t* bs = nullptr;
@@ -142,17 +141,17 @@ int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttribu
       break;
     }
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAttributes) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   const cJSON* type = nullptr;
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
-  } else if ((type = cJSON_GetObjectItem(json, "laneType")) == nullptr) {
+  } else if ((type = member(json, "laneType")) == nullptr) {
     ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     int64 v = 0;
@@ -164,17 +163,17 @@ int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAtt
     v2xcodec_long2BitString(&v, 8, &laneAttributes->laneType.choice.vehicle);
     laneAttributes->laneType.present = LaneTypeAttributes_PR_vehicle;
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   const cJSON* value = nullptr;
   if (json == nullptr || maneuver == nullptr) {
     ret = -2;
-  } else if ((value = cJSON_GetObjectItem(json, "maneuvers")) == nullptr || *maneuver != nullptr) {
+  } else if ((value = member(json, "maneuvers")) == nullptr || *maneuver != nullptr) {
     ret = 0;
   } else {
     // The cloud sends the 12 maneuver bits as written; they fill the string
@@ -182,18 +181,17 @@ int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
     int32 shifted = static_cast<int32>(static_cast<uint32>(value->valueint) << 4);
     if (newBitString(shifted, 12, maneuver) != 0) ret = report(__func__, {"maneuver calloc failed!", -2});
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && lan != nullptr) {
     // A connection without its remote intersection ends the list; the lane stays.
-    ret = readList(__func__, cJSON_GetObjectItem(json, "connectsTo"), &lan->connectsTo,
-                   {"lan->connectsTo calloc failed!", -2}, asn_DEF_Connection,
-                   {{"Get connection item error,ConnectsTo_count:", -2}, {"connection calloc failed!", -2}, kNotAdded},
+    ret = readList(__func__, member(json, "connectsTo"), &lan->connectsTo, {"lan->connectsTo calloc failed!", -2},
+                   asn_DEF_Connection, {{"connection calloc failed!", -2}, kNotAdded},
                    [reader = __func__](cJSON* item, Connection_t* connt) {
                      int32 connRet = checked(reader, GetRemoteIntersectionFromConnectionJson(item, connt),
                                              "GetRemoteIntersectionFromConnectionJson return failed!");
@@ -203,25 +201,25 @@ int32 GetConnectsToFromLaneJson(cJSON* json, Lane* lan) {
                      return 0;
                    });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetRemoteIntersectionFromConnectionJson(cJSON* json, Connection* connt) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || connt == nullptr)
                   ? -2
                   : readReference(__func__, json, "remoteIntersection", &connt->remoteIntersection,
                                   {"Get remoteIntersection item failed!", -3});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetConnectingLaneFromConnectionJson(cJSON* json, Connection* connt) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && connt != nullptr) {
-    ret = withRecord(__func__, cJSON_GetObjectItem(json, "connectingLane"), &connt->connectingLane,
+    ret = withRecord(__func__, member(json, "connectingLane"), &connt->connectingLane,
                      {"connt->connectingLane calloc failed!", -2},
                      [reader = __func__](cJSON* lane, ConnectingLane_t* record) {
                        int32 laneRet = checked(reader, GetLaneIdFromConnectingLaneJson(lane, record),
@@ -230,28 +228,28 @@ int32 GetConnectingLaneFromConnectionJson(cJSON* json, Connection* connt) {
                        return laneRet;
                      });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLaneIdFromConnectingLaneJson(cJSON* json, ConnectingLane* connt_lane) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || connt_lane == nullptr)
                   ? -2
                   : readNumber(__func__, json, "laneId", &connt_lane->lane, {"Get laneId item failed!", -3});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetPhaseIdFromConnectionJson(cJSON* json, Connection* connt) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && connt != nullptr) {
     ret = readOptionalNumber(
-        __func__, cJSON_GetObjectItem(json, "phaseId"), &connt->phaseId, {"connt->phaseId calloc failed!", -4}, intView,
+        __func__, member(json, "phaseId"), &connt->phaseId, {"connt->phaseId calloc failed!", -4}, intView,
         {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID}});
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 

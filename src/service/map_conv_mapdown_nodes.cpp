@@ -27,7 +27,7 @@ namespace {
 // optional "ele". The degrees and metres also go into the floating-point
 // position that the link reader carries.
 int32 readRefPos(const char* reader, cJSON* json, Node_t* node, c_pos3D_t* refPos) {
-  cJSON* pos = cJSON_GetObjectItem(json, "refPos");
+  cJSON* pos = member(json, "refPos");
   if (pos == nullptr) return report(reader, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
   refPos->posIsValid = true;
   int32 ret = readNumber(reader, pos, "lon", &node->refPos.Long,
@@ -40,7 +40,7 @@ int32 readRefPos(const char* reader, cJSON* json, Node_t* node, c_pos3D_t* refPo
                  {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT}, degreesView,
                  {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}}, &refPos->lat);
   if (ret != 0) return ret;
-  cJSON* ele = cJSON_GetObjectItem(pos, "ele");
+  cJSON* ele = member(pos, "ele");
   refPos->elevIsValid = ele != nullptr;
   if (ele != nullptr) refPos->elevation = ele->valuedouble;
   return readOptionalNumber(reader, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
@@ -76,7 +76,7 @@ int32 readLink(const char* reader, cJSON* item, Link_t* link) {
 }
 
 int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* limit) {
-  const cJSON* type = cJSON_GetObjectItem(item, "type");
+  const cJSON* type = member(item, "type");
   if (type == nullptr) return report(reader, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
   if (cJSON_IsString(type)) {
     GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
@@ -93,62 +93,60 @@ int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* li
 extern "C" {
 
 int32 GetNodesFromJson(cJSON* json, MapData* map) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   cJSON* nodes = nullptr;
   if (json == nullptr || map == nullptr) {
     ret = -2;
-  } else if ((nodes = cJSON_GetObjectItem(json, "nodes")) == nullptr) {
+  } else if ((nodes = member(json, "nodes")) == nullptr) {
     ret = report(__func__, {"Parse nodes error!", -3});
   } else {
-    ret = readElements(
-        __func__, nodes, &map->nodes.list, asn_DEF_Node,
-        {{"Get nodes item error,nodes_count:", -2}, {"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
-        [reader = __func__](cJSON* item, Node_t* node) { return readNode(reader, item, node); });
+    ret = readElements(__func__, nodes, &map->nodes.list, asn_DEF_Node,
+                       {{"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
+                       [reader = __func__](cJSON* item, Node_t* node) { return readNode(reader, item, node); });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetNameFromNodesJson(cJSON* json, Node* node) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || node == nullptr) ? -2 : readName(__func__, json, &node->name, "node");
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetIdFromNodesJson(cJSON* json, Node* node) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || node == nullptr)
                   ? -2
                   : readReference(__func__, json, "id", &node->id, {"Get id item failed!", -3, ERROR_CODE_NODE_ID});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetNodeReferenceIDFromJson(cJSON* json, NodeReferenceID* id) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && id != nullptr) {
-    ret = readOptionalNumber(__func__, cJSON_GetObjectItem(json, "region"), &id->region,
-                             {"id->region calloc failed", -2});
+    ret = readOptionalNumber(__func__, member(json, "region"), &id->region, {"id->region calloc failed", -2});
     if (ret == 0) ret = readNumber(__func__, json, "id", &id->id, {"Get id->id item failed!", -3});
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetRefPosFromNodesJson(cJSON* json, Node* node, c_pos3D* refPos) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = json == nullptr || node == nullptr || refPos == nullptr ? -2 : readRefPos(__func__, json, node, refPos);
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 // ---------------------------------------------------------------- links
 
 int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   // The node's position is carried for relative point lists; the link and
   // lane points are read as absolute positions.
   (void)refPos;
@@ -156,54 +154,51 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
   cJSON* links = nullptr;
   if (json == nullptr || node == nullptr) {
     ret = -2;
-  } else if ((links = cJSON_GetObjectItem(json, "inLinks")) == nullptr) {
+  } else if ((links = member(json, "inLinks")) == nullptr) {
     ret = report(__func__, {"Get inLinks item failed!", -3});
   } else {
     // A dropped link ends the node's list; the links before it stay.
     ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
-                   {{"Get links item error,links_count:", -2}, {"node->inLinks calloc failed!", -2}, kNotAdded},
+                   {{"node->inLinks calloc failed!", -2}, kNotAdded},
                    [reader = __func__](cJSON* item, Link_t* link) { return readLink(reader, item, link); });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetNameFromLinkJson(cJSON* json, Link* link) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || link == nullptr) ? -2 : readName(__func__, json, &link->name, "link");
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || link == nullptr)
                   ? -2
                   : readReference(__func__, json, "upstreamNodeId", &link->upstreamNodeId,
                                   {"Get link->upstreamNodeId item failed!", -3});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetSpeedLimitsFromJson(cJSON* json, SpeedLimitList** speedLimits) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && speedLimits != nullptr) {
-    ret = readList(__func__, cJSON_GetObjectItem(json, "speedLimits"), speedLimits, {"speedLimits calloc failed!", -9},
-                   asn_DEF_RegulatorySpeedLimit,
-                   {{"Get speedLimits item error,speedLimits_count:", -8},
-                    {"speedLimit calloc failed!", -6},
-                    {"ASN_SEQUENCE_ADD faild \n", -7}},
+    ret = readList(__func__, member(json, "speedLimits"), speedLimits, {"speedLimits calloc failed!", -9},
+                   asn_DEF_RegulatorySpeedLimit, {{"speedLimit calloc failed!", -6}, {"ASN_SEQUENCE_ADD faild \n", -7}},
                    [reader = __func__](cJSON* item, RegulatorySpeedLimit_t* limit) {
                      return readSpeedLimit(reader, item, limit);
                    });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetSpeedLimitsTypeFromStr(const char* typeStr, long* type) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = 0;
   if (typeStr == nullptr || type == nullptr) {
     ret = -2;
@@ -214,57 +209,56 @@ int32 GetSpeedLimitsTypeFromStr(const char* typeStr, long* type) {
   } else {
     *type = SpeedLimitType_unknown;
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetLinkWidthFromLinkJson(cJSON* json, Link* link) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || link == nullptr)
                   ? -2
                   : readNumber(__func__, json, "linkWidth", &link->linkWidth, {"Get link->linkWidth item failed!", -3});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetMovementsFromLinkJson(cJSON* json, Link* link) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && link != nullptr) {
-    ret = readList(__func__, cJSON_GetObjectItem(json, "movements"), &link->movements,
-                   {"link->movements calloc failed!", -2}, asn_DEF_Movement,
-                   {{"Get movements item error,movements_count:", -2}, {"movement calloc failed!", -2}, kNotAdded},
-                   [](cJSON* item, Movement_t* movement) {
-                     GetRemoteIntersectionFromMovementJson(item, movement);
-                     GetPhaseIdFromMovementJson(item, movement);
-                     return 0;
-                   });
+    ret =
+        readList(__func__, member(json, "movements"), &link->movements, {"link->movements calloc failed!", -2},
+                 asn_DEF_Movement, {{"movement calloc failed!", -2}, kNotAdded}, [](cJSON* item, Movement_t* movement) {
+                   GetRemoteIntersectionFromMovementJson(item, movement);
+                   GetPhaseIdFromMovementJson(item, movement);
+                   return 0;
+                 });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetRemoteIntersectionFromMovementJson(cJSON* json, Movement* movement) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   // The message names another key; log readers know it by this text.
   int32 ret = (json == nullptr || movement == nullptr)
                   ? -2
                   : readReference(__func__, json, "remoteIntersection", &movement->remoteIntersection,
                                   {"Get link->upstreamNodeId item failed!", -3});
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && movement != nullptr) {
     // An out-of-range phase is kept as sent; only the code tells the cloud.
     ret = readOptionalNumber(
-        __func__, cJSON_GetObjectItem(json, "phaseId"), &movement->phaseId, {"movement->phaseId calloc failed!", -4},
-        intView, {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
+        __func__, member(json, "phaseId"), &movement->phaseId, {"movement->phaseId calloc failed!", -4}, intView,
+        {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 }  // extern "C"

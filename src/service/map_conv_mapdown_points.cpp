@@ -26,8 +26,8 @@ int32 readAbsolutePoint(const char* reader, cJSON* item, RoadPoint_t* point) {
                    {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_LINK_LANES_POINTS_LAT}});
   if (ret != 0) return ret;
   return withRecord(
-      reader, cJSON_GetObjectItem(item, "ele"), &point->posOffset.offsetV,
-      {"road_point->posOffset.offsetV calloc failed!", -8}, [reader](const cJSON* ele, VerticalOffset_t* v) {
+      reader, member(item, "ele"), &point->posOffset.offsetV, {"road_point->posOffset.offsetV calloc failed!", -8},
+      [reader](const cJSON* ele, VerticalOffset_t* v) {
         v->present = VerticalOffset_PR_elevation;
         v->choice.elevation = metresView(ele);
         return checkBound(
@@ -41,32 +41,29 @@ int32 readAbsolutePoint(const char* reader, cJSON* item, RoadPoint_t* point) {
 extern "C" {
 
 int32 GetPointsFromJson(cJSON* json, PointList** points) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && points != nullptr) {
     ret = readList(
-        __func__, cJSON_GetObjectItem(json, "points"), points, {"link->points calloc failed!", -12}, asn_DEF_RoadPoint,
-        {{"Get points item error,points_count:", -11},
-         {"road_point calloc failed!", -9},
-         {"ASN_SEQUENCE_ADD faild \n", -10}},
+        __func__, member(json, "points"), points, {"link->points calloc failed!", -12}, asn_DEF_RoadPoint,
+        {{"road_point calloc failed!", -9}, {"ASN_SEQUENCE_ADD faild \n", -10}},
         [reader = __func__](cJSON* item, RoadPoint_t* point) { return readAbsolutePoint(reader, item, point); });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 
 int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* refPos) {
-  V2XLOG_START(&g_curTag);
+  MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && points != nullptr && refPos != nullptr) {
-    cJSON* list = cJSON_GetObjectItem(json, "points");
+    cJSON* list = member(json, "points");
     ret = readList(__func__, cJSON_IsNull(list) ? nullptr : list, points, {"link->points calloc failed!", -2},
-                   asn_DEF_RoadPoint,
-                   {{"Get points item error,points_count:", -2}, {"road_point calloc failed!", -2}, kNotAdded},
+                   asn_DEF_RoadPoint, {{"road_point calloc failed!", -2}, kNotAdded},
                    [reader = __func__, refPos](cJSON* item, RoadPoint_t* point) {
-                     const cJSON* lon = cJSON_GetObjectItem(item, "lon");
-                     const cJSON* lat = cJSON_GetObjectItem(item, "lat");
-                     const cJSON* ele = cJSON_GetObjectItem(item, "ele");
+                     const cJSON* lon = member(item, "lon");
+                     const cJSON* lat = member(item, "lat");
+                     const cJSON* ele = member(item, "ele");
                      if (lon == nullptr) return report(reader, {"Get points->lon item failed!", -3});
                      if (lat == nullptr) return report(reader, {"Get points->lat item failed!", -3});
                      c_pos3D_t pos{};
@@ -79,7 +76,7 @@ int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* re
                      return 0;
                    });
   }
-  V2XLOG_END(&g_curTag, ret);
+  MAPDOWN_TRACE_END(ret);
   return ret;
 }
 }  // extern "C"

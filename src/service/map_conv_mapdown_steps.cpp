@@ -12,7 +12,7 @@
 namespace v2xmapconv::mapdown::detail {
 
 const char* textItem(const cJSON* json, const char* key) {
-  const cJSON* item = cJSON_GetObjectItem(json, key);
+  const cJSON* item = member(json, key);
   if (item == nullptr || !cJSON_IsString(item) || item->valuestring == nullptr) return nullptr;
   return item->valuestring;
 }
@@ -60,14 +60,14 @@ int32 report(const Caller& caller, const Fault& fault) {
 }
 
 int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing) {
-  cJSON* item = cJSON_GetObjectItem(json, key);
+  cJSON* item = member(json, key);
   if (item == nullptr) return report(caller, missing);
   GetNodeReferenceIDFromJson(item, id);
   return 0;
 }
 
 int32 readName(const char* reader, cJSON* json, DescriptiveName_t** name, const char* what) {
-  const cJSON* item = cJSON_GetObjectItem(json, "name");
+  const cJSON* item = member(json, "name");
   if (item == nullptr) return 0;
   if (!cJSON_IsString(item) || item->valuestring == nullptr) {
     say(reader, 3, "%s name is not a text, ignored", what);
