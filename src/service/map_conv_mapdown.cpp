@@ -14,8 +14,19 @@ namespace v2xmapconv::mapdown::detail {
 
 v2xlog_config_t g_curTag = {nullptr, "DOWN"};
 thread_local constinit DocumentScope t_document = {false, false};
+thread_local constinit MapDownObserver* t_observer = nullptr;
 
 }  // namespace v2xmapconv::mapdown::detail
+
+namespace v2xmapconv {
+
+MapDownObserver* setMapDownObserver(MapDownObserver* observer) {
+  MapDownObserver* before = mapdown::detail::t_observer;
+  mapdown::detail::t_observer = observer;
+  return before;
+}
+
+}  // namespace v2xmapconv
 
 using namespace v2xmapconv::mapdown::detail;
 
@@ -43,7 +54,7 @@ int32 GetMapSliceFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
   } else if ((text = textItem(json, "mapSlice")) == nullptr) {
-    ret = report(__func__, {"Get mapSlice error!", -3});
+    ret = report(__func__, {"Get mapSlice error!", -3}, {json, "mapSlice"});
   } else {
     map_data->mapSlice = leadingNumberMod256(text);
   }
@@ -84,7 +95,7 @@ int32 GetMapEtagFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
   if (json == nullptr || map_data == nullptr) {
     ret = -2;
   } else if ((text = textItem(json, "eTag")) == nullptr) {
-    ret = report(__func__, {"Get eTag error!", -3});
+    ret = report(__func__, {"Get eTag error!", -3}, {json, "eTag"});
   } else {
     copyText(map_data->eTag, sizeof(map_data->eTag), text);
   }
@@ -101,7 +112,7 @@ int32 GetMapFromJson(cJSON* json, MapData* map) {
   if (json == nullptr || map == nullptr) {
     ret = -2;
   } else if ((body = member(json, "map")) == nullptr) {
-    ret = report(__func__, {"Parse nodes error!", -3});
+    ret = report(__func__, {"Parse nodes error!", -3}, {json, "map"});
   } else {
     ret = checked(__func__, GetNodesFromJson(body, map), "GetNodesFromJson return failed!");
   }
@@ -139,13 +150,13 @@ int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_da
     MAPDOWN_TRACE_END(ret);
     return ret;
   }
+  if (t_observer != nullptr) t_observer->onDocument(root);
   map_conv_config_t* cfg = nullptr;
   GetMapSliceFromJson(root, map_data);
   GetMapDwonAckFromJson(root, map_data);
   GetMapDwonSeqNumFromJson(root, map_data);
   if ((ret = GetMapEtagFromJson(root, map_data)) != 0) {
-    v2xmapconv_SetErrorCode(ERROR_CODE_ETAG);
-    V2XLOG(&g_curTag, 2, "GetMapEtagFromJson return failed!");
+    passOn(__func__, {"GetMapEtagFromJson return failed!", ret, ERROR_CODE_ETAG});
   } else if ((ret = v2xmapconv_GetCfgData(&cfg)) != 0 || cfg == nullptr) {
     V2XLOG(&g_curTag, 2, "Get config failed!");
     if (ret == 0) ret = -1;
@@ -160,7 +171,7 @@ int32 v2xmapconv_MapDownJsonToStruct(char* map_json, v2xcloud_map_data_t* map_da
     if (frame != nullptr && frame->present == MessageFrame_PR_NOTHING) frame->present = MessageFrame_PR_mapFrame;
     MapData_t* map =
         (frame != nullptr && frame->present == MessageFrame_PR_mapFrame) ? &frame->choice.mapFrame : nullptr;
-    if ((ret = GetMapFromJson(root, map)) != 0) V2XLOG(&g_curTag, 2, "GetMapFromJson return failed!");
+    if ((ret = GetMapFromJson(root, map)) != 0) passOn(__func__, {"GetMapFromJson return failed!", ret});
   }
   MAPDOWN_TRACE_END(ret);
   return ret;

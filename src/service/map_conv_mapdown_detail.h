@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "map_conv_mapdown.h"
+#include "map_conv_mapdown_observer.h"
 #include "v2x_asn_codec.h"
 #include "v2xlog.h"
 
@@ -136,23 +137,39 @@ struct Fault {
   int32 code = kNoCode;
 };
 
-int32 report(const Caller& caller, const Fault& fault);
+// The observer of the readers on this thread, if any.
+extern thread_local constinit MapDownObserver* t_observer;
+
+// Where a fault is, for the observer: the object that lacks key, or (key
+// null) the item at fault, with the type whose range it left.
+struct Where {
+  const cJSON* item = nullptr;
+  const char* key = nullptr;
+  const asn_TYPE_descriptor_t* type = nullptr;
+};
+
+// Records the fault's code (if any), logs its line and returns its result.
+int32 report(const Caller& caller, const Fault& fault, const Where& where = {});
+// The same for a sub-reader's failure that the caller passes on.
+int32 passOn(const Caller& caller, const Fault& fault);
 
 // A sub-reader's result; a failure is reported and passed on as it is.
 inline int32 checked(const Caller& caller, int32 ret, const char* text, int32 code = kNoCode) {
-  return ret == 0 ? 0 : report(caller, {text, ret, code});
+  return ret == 0 ? 0 : passOn(caller, {text, ret, code});
 }
 
 // The range check of a message-set type, and how a value outside it is
 // reported. The value stays in the record either way. No check: anything goes.
 struct Bound {
   asn_constr_check_f* check;
+  const asn_TYPE_descriptor_t* type;
   Fault outside;
 };
 
-inline int32 checkBound(const Caller& caller, const Bound& bound, const long* value) {
+// item: the JSON item the value comes from.
+inline int32 checkBound(const Caller& caller, const Bound& bound, const long* value, const cJSON* item) {
   if (bound.check == nullptr || bound.check(nullptr, value, nullptr, nullptr) == 0) return 0;
-  return report(caller, bound.outside);
+  return report(caller, bound.outside, {item, nullptr, bound.type});
 }
 
 // A number the reader needs under key, viewed into *target and range-checked.
@@ -160,10 +177,10 @@ inline int32 checkBound(const Caller& caller, const Bound& bound, const long* va
 inline int32 readNumber(const Caller& caller, cJSON* json, const char* key, long* target, const Fault& missing,
                         View view = intView, const Bound& bound = {}, double* real = nullptr) {
   const cJSON* item = member(json, key);
-  if (item == nullptr) return report(caller, missing);
+  if (item == nullptr) return report(caller, missing, {json, key});
   if (real != nullptr) *real = item->valuedouble;
   *target = view(item);
-  return checkBound(caller, bound, target);
+  return checkBound(caller, bound, target, item);
 }
 
 // Allocates the optional record *field when it is still empty.
@@ -187,7 +204,7 @@ inline int32 readOptionalNumber(const Caller& caller, cJSON* item, long** field,
                                 View view = intView, const Bound& bound = {}) {
   return withRecord(caller, item, field, noMemory, [&](const cJSON* found, long* value) {
     *value = view(found);
-    return checkBound(caller, bound, value);
+    return checkBound(caller, bound, value, found);
   });
 }
 
@@ -218,7 +235,10 @@ int32 readElements(const Caller& caller, cJSON* array, Set* set, asn_TYPE_descri
     Element* element = newRecord<Element>();
     if (element == nullptr) return report(caller, faults.noMemory);
     if ((ret = readOne(item, element)) == 0 && asn_set_add(set, element) != 0) ret = report(caller, faults.notAdded);
-    if (ret != 0) dropRecord(td, element);
+    if (ret != 0) {
+      if (t_observer != nullptr) t_observer->onDropped(item);
+      dropRecord(td, element);
+    }
   }
   return ret;
 }

@@ -55,9 +55,11 @@ int32 GetLaneWidthFromLaneJson(cJSON* json, Lane* lan) {
   MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && lan != nullptr) {
-    ret = readOptionalNumber(
-        __func__, member(json, "laneWidth"), &lan->laneWidth, {"lan->laneWidth calloc failed!", -4}, intView,
-        {LaneWidth_constraint, {"error: laneWidth out of range", -3, ERROR_CODE_LINK_LANES_LANEWIDTH}});
+    ret = readOptionalNumber(__func__, member(json, "laneWidth"), &lan->laneWidth,
+                             {"lan->laneWidth calloc failed!", -4}, intView,
+                             {LaneWidth_constraint,
+                              &asn_DEF_LaneWidth,
+                              {"error: laneWidth out of range", -3, ERROR_CODE_LINK_LANES_LANEWIDTH}});
   }
   MAPDOWN_TRACE_END(ret);
   return ret;
@@ -115,7 +117,7 @@ int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttribu
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
   } else if ((type = member(json, "laneType")) == nullptr) {
-    ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
+    ret = report(__func__, {"Get laneAttributes->laneType item error", -2}, {json, "laneType"});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     LaneTypeAttributes_t& lt = laneAttributes->laneType;
     for (const LaneTypeKey& k : kKeys) {
@@ -152,7 +154,7 @@ int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAtt
   if (json == nullptr || laneAttributes == nullptr) {
     ret = -2;
   } else if ((type = member(json, "laneType")) == nullptr) {
-    ret = report(__func__, {"Get laneAttributes->laneType item error", -2});
+    ret = report(__func__, {"Get laneAttributes->laneType item error", -2}, {json, "laneType"});
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     int64 v = 0;
     if (cJSON_IsString(type) && type->valuestring != nullptr) {
@@ -245,9 +247,11 @@ int32 GetPhaseIdFromConnectionJson(cJSON* json, Connection* connt) {
   MAPDOWN_TRACE_START();
   int32 ret = -2;
   if (json != nullptr && connt != nullptr) {
-    ret = readOptionalNumber(
-        __func__, member(json, "phaseId"), &connt->phaseId, {"connt->phaseId calloc failed!", -4}, intView,
-        {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID}});
+    ret = readOptionalNumber(__func__, member(json, "phaseId"), &connt->phaseId, {"connt->phaseId calloc failed!", -4},
+                             intView,
+                             {PhaseID_constraint,
+                              &asn_DEF_PhaseID,
+                              {"error: phaseId out of range", -3, ERROR_CODE_LINK_LANES_CONNECTSTO_PHASEID}});
   }
   MAPDOWN_TRACE_END(ret);
   return ret;

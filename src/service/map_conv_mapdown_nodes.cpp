@@ -28,23 +28,26 @@ namespace {
 // position that the link reader carries.
 int32 readRefPos(const char* reader, cJSON* json, Node_t* node, c_pos3D_t* refPos) {
   cJSON* pos = member(json, "refPos");
-  if (pos == nullptr) return report(reader, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS});
+  if (pos == nullptr) return report(reader, {"Get refPos item failed!", -9, ERROR_CODE_NODE_REFPOS}, {json, "refPos"});
   refPos->posIsValid = true;
-  int32 ret = readNumber(reader, pos, "lon", &node->refPos.Long,
-                         {"Get refPos->lon item failed!", -4, ERROR_CODE_NODE_REFPOS_LON}, degreesView,
-                         {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_NODE_REFPOS_LON}},
-                         &refPos->lon);
+  int32 ret = readNumber(
+      reader, pos, "lon", &node->refPos.Long, {"Get refPos->lon item failed!", -4, ERROR_CODE_NODE_REFPOS_LON},
+      degreesView,
+      {Longitude_constraint, &asn_DEF_Longitude, {"error: longitude out of range", -3, ERROR_CODE_NODE_REFPOS_LON}},
+      &refPos->lon);
   if (ret != 0) return ret;
-  ret =
-      readNumber(reader, pos, "lat", &node->refPos.lat,
-                 {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT}, degreesView,
-                 {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}}, &refPos->lat);
+  ret = readNumber(
+      reader, pos, "lat", &node->refPos.lat, {"Get refPos->lat item failed!", -6, ERROR_CODE_NODE_REFPOS_LAT},
+      degreesView,
+      {Latitude_constraint, &asn_DEF_Latitude, {"error: latitude out of range", -5, ERROR_CODE_NODE_REFPOS_LAT}},
+      &refPos->lat);
   if (ret != 0) return ret;
   cJSON* ele = member(pos, "ele");
   refPos->elevIsValid = ele != nullptr;
   if (ele != nullptr) refPos->elevation = ele->valuedouble;
-  return readOptionalNumber(reader, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
-                            {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_NODE_REFPOS_ELE}});
+  return readOptionalNumber(
+      reader, ele, &node->refPos.elevation, {"refPos.elevation calloc failed", -8}, metresView,
+      {Elevation_constraint, &asn_DEF_Elevation, {"error: elevation out of range", -7, ERROR_CODE_NODE_REFPOS_ELE}});
 }
 
 // One node: identity and reference position decide; its links never reject it.
@@ -77,7 +80,8 @@ int32 readLink(const char* reader, cJSON* item, Link_t* link) {
 
 int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* limit) {
   const cJSON* type = member(item, "type");
-  if (type == nullptr) return report(reader, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT});
+  if (type == nullptr)
+    return report(reader, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT}, {item, "type"});
   if (cJSON_IsString(type)) {
     GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
   } else if (cJSON_IsNumber(type)) {
@@ -85,7 +89,7 @@ int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* li
   }
   return readNumber(reader, item, "speed", &limit->speed,
                     {"Get speedLimit->speed item failed!", -5, ERROR_CODE_LINK_SPEEDLIMIT}, intView,
-                    {Speed_constraint, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
+                    {Speed_constraint, &asn_DEF_Speed, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
 }
 
 }  // namespace
@@ -99,7 +103,7 @@ int32 GetNodesFromJson(cJSON* json, MapData* map) {
   if (json == nullptr || map == nullptr) {
     ret = -2;
   } else if ((nodes = member(json, "nodes")) == nullptr) {
-    ret = report(__func__, {"Parse nodes error!", -3});
+    ret = report(__func__, {"Parse nodes error!", -3}, {json, "nodes"});
   } else {
     ret = readElements(__func__, nodes, &map->nodes.list, asn_DEF_Node,
                        {{"node calloc failed!", -2}, {"ASN_SEQUENCE_ADD failed!", -4}},
@@ -155,7 +159,7 @@ int32 GetInLinksFromNodesJson(cJSON* json, Node* node, const c_pos3D* refPos) {
   if (json == nullptr || node == nullptr) {
     ret = -2;
   } else if ((links = member(json, "inLinks")) == nullptr) {
-    ret = report(__func__, {"Get inLinks item failed!", -3});
+    ret = report(__func__, {"Get inLinks item failed!", -3}, {json, "inLinks"});
   } else {
     // A dropped link ends the node's list; the links before it stay.
     ret = readList(__func__, links, &node->inLinks, {"node->inLinks calloc failed!", -2}, asn_DEF_Link,
@@ -256,7 +260,7 @@ int32 GetPhaseIdFromMovementJson(cJSON* json, Movement* movement) {
     // An out-of-range phase is kept as sent; only the code tells the cloud.
     ret = readOptionalNumber(
         __func__, member(json, "phaseId"), &movement->phaseId, {"movement->phaseId calloc failed!", -4}, intView,
-        {PhaseID_constraint, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
+        {PhaseID_constraint, &asn_DEF_PhaseID, {"error: phaseId out of range", -3, ERROR_CODE_LINK_MOVEMENTS_PHASEID}});
   }
   MAPDOWN_TRACE_END(ret);
   return ret;

@@ -17,23 +17,27 @@ namespace {
 int32 readAbsolutePoint(const char* reader, cJSON* item, RoadPoint_t* point) {
   point->posOffset.offsetLL.present = PositionOffsetLL_PR_position_LatLon;
   Position_LLmD_64b_t& ll = point->posOffset.offsetLL.choice.position_LatLon;
-  int32 ret = readNumber(
-      reader, item, "lon", &ll.lon, {"Get points->lon item failed!", -4, ERROR_CODE_LINK_LANES_POINTS_LON}, degreesView,
-      {Longitude_constraint, {"error: longitude out of range", -3, ERROR_CODE_LINK_LANES_POINTS_LON}});
+  int32 ret = readNumber(reader, item, "lon", &ll.lon,
+                         {"Get points->lon item failed!", -4, ERROR_CODE_LINK_LANES_POINTS_LON}, degreesView,
+                         {Longitude_constraint,
+                          &asn_DEF_Longitude,
+                          {"error: longitude out of range", -3, ERROR_CODE_LINK_LANES_POINTS_LON}});
   if (ret != 0) return ret;
-  ret = readNumber(reader, item, "lat", &ll.lat, {"Get points->lat item failed!", -6, ERROR_CODE_LINK_LANES_POINTS_LAT},
-                   degreesView,
-                   {Latitude_constraint, {"error: latitude out of range", -5, ERROR_CODE_LINK_LANES_POINTS_LAT}});
+  ret = readNumber(
+      reader, item, "lat", &ll.lat, {"Get points->lat item failed!", -6, ERROR_CODE_LINK_LANES_POINTS_LAT}, degreesView,
+      {Latitude_constraint, &asn_DEF_Latitude, {"error: latitude out of range", -5, ERROR_CODE_LINK_LANES_POINTS_LAT}});
   if (ret != 0) return ret;
-  return withRecord(
-      reader, member(item, "ele"), &point->posOffset.offsetV, {"road_point->posOffset.offsetV calloc failed!", -8},
-      [reader](const cJSON* ele, VerticalOffset_t* v) {
-        v->present = VerticalOffset_PR_elevation;
-        v->choice.elevation = metresView(ele);
-        return checkBound(
-            reader, {Elevation_constraint, {"error: elevation out of range", -7, ERROR_CODE_LINK_LANES_POINTS_ELE}},
-            &v->choice.elevation);
-      });
+  return withRecord(reader, member(item, "ele"), &point->posOffset.offsetV,
+                    {"road_point->posOffset.offsetV calloc failed!", -8},
+                    [reader](const cJSON* ele, VerticalOffset_t* v) {
+                      v->present = VerticalOffset_PR_elevation;
+                      v->choice.elevation = metresView(ele);
+                      return checkBound(reader,
+                                        {Elevation_constraint,
+                                         &asn_DEF_Elevation,
+                                         {"error: elevation out of range", -7, ERROR_CODE_LINK_LANES_POINTS_ELE}},
+                                        &v->choice.elevation, ele);
+                    });
 }
 
 }  // namespace
@@ -64,8 +68,8 @@ int32 GetPointsFromLinkJsonRelative(cJSON* json, PointList** points, c_pos3D* re
                      const cJSON* lon = member(item, "lon");
                      const cJSON* lat = member(item, "lat");
                      const cJSON* ele = member(item, "ele");
-                     if (lon == nullptr) return report(reader, {"Get points->lon item failed!", -3});
-                     if (lat == nullptr) return report(reader, {"Get points->lat item failed!", -3});
+                     if (lon == nullptr) return report(reader, {"Get points->lon item failed!", -3}, {item, "lon"});
+                     if (lat == nullptr) return report(reader, {"Get points->lat item failed!", -3}, {item, "lat"});
                      c_pos3D_t pos{};
                      pos.posIsValid = true;
                      pos.lon = lon->valuedouble;

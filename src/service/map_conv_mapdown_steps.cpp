@@ -53,15 +53,25 @@ void say(const Caller& caller, int32 level, const char* fmt, ...) {
   v2xlog_Print(&g_curTag, level, "%s:%s:%d:%s", caller.file, caller.name, caller.line, text);
 }
 
-int32 report(const Caller& caller, const Fault& fault) {
+int32 report(const Caller& caller, const Fault& fault, const Where& where) {
   if (fault.code != kNoCode) v2xmapconv_SetErrorCode(fault.code);
   say(caller, 2, "%s", fault.text);
+  if (t_observer != nullptr) {
+    t_observer->onFault({caller.name, fault.text, fault.code, fault.ret, where.item, where.key, where.type});
+  }
+  return fault.ret;
+}
+
+int32 passOn(const Caller& caller, const Fault& fault) {
+  if (fault.code != kNoCode) v2xmapconv_SetErrorCode(fault.code);
+  say(caller, 2, "%s", fault.text);
+  if (t_observer != nullptr) t_observer->onPassedOn(caller.name, fault.text, fault.code);
   return fault.ret;
 }
 
 int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing) {
   cJSON* item = member(json, key);
-  if (item == nullptr) return report(caller, missing);
+  if (item == nullptr) return report(caller, missing, {json, key});
   GetNodeReferenceIDFromJson(item, id);
   return 0;
 }
