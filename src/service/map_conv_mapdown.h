@@ -59,8 +59,10 @@ int32 v2xmapconv_MapDownAckBuild(const v2xcloud_map_data_t* map_data, char* text
 int32 v2xmapconv_GetMapDownLastTimestamp(uint64* timeStamp);
 /* Empties a directory (recursively); the directory itself stays. */
 int32 delete_directory(const char* path);
-/* Test and tool support: the module state as at start-up. */
+#ifdef V2X_TEST_SEAMS
+/* Tests only (built into mapconv_service_testing): the module state as at start-up. */
 void v2xmapconv_MapDownResetForTest(void);
+#endif
 
 /* The readers, in calling order. Each returns 0 on success; the targets are
  * records of the message-set codec. */

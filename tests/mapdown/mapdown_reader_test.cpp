@@ -354,23 +354,37 @@ TEST_F(MapDownTest, AcknowledgementWithoutDdsIsLoggedNotSent) {
 namespace mapdown_test {
 namespace {
 
-// A fault's line carries the name of the reader that found it, also when a
-// shared step writes the line on the reader's behalf.
+// A fault's line carries the name of the public reader that found it, also
+// when a shared step or a private helper writes the line on its behalf.
 TEST_F(MapDownTest, FaultLinesNameTheirReader) {
   struct Case {
     std::string doc;
-    const char* pattern;
+    const char* reader;
+    const char* text;
   };
   const Case cases[] = {
-      {docWithLanes(R"([{"laneWidth":300}])"), R"(:GetLaneIdFromLaneJson:[0-9]+:Get lan->laneID item error)"},
-      {docWithLanes(R"([{"laneId":1,"laneWidth":40000}])"),
-       R"(:GetLaneWidthFromLaneJson:[0-9]+:error: laneWidth out of range)"},
-      {docWithLinks(R"([{"linkWidth":700}])"),
-       R"(:GetUpstreamNodeIdFromLinkJson:[0-9]+:Get link->upstreamNodeId item failed!)"},
+      {docWithLanes(R"([{"laneWidth":300}])"), "GetLaneIdFromLaneJson", "Get lan->laneID item error"},
+      {docWithLanes(R"([{"laneId":1,"laneWidth":40000}])"), "GetLaneWidthFromLaneJson",
+       "error: laneWidth out of range"},
+      {docWithLinks(R"([{"linkWidth":700}])"), "GetUpstreamNodeIdFromLinkJson",
+       "Get link->upstreamNodeId item failed!"},
+      {docWithLinks(R"([{"linkWidth":700}])"), "GetInLinksFromNodesJson",
+       "GetUpstreamNodeIdFromLinkJson return failed!"},
+      {twoNodes(kNode2, nodeWithPos(R"({"lat":1})")), "GetRefPosFromNodesJson", "Get refPos->lon item failed!"},
+      {twoNodes(kNode2, nodeWithPos(R"({"lat":1})")), "GetNodesFromJson", "GetRefPosFromNodesJson return failed!"},
+      {docWithLanes("[]", R"("speedLimits":[{"speed":1}],)"), "GetSpeedLimitsFromJson",
+       "Get speedLimit->type item failed!"},
+      {docWithLanes(R"([{"laneId":1,"points":[{"lon":1,"lat":91}]}])"), "GetPointsFromJson",
+       "error: latitude out of range"},
+      {docWithLanes("[]", R"("name":5,)"), "GetNameFromLinkJson", "link name is not a text, ignored"},
   };
   for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
     read(c.doc);
-    EXPECT_TRUE(std::regex_search(logText(), std::regex(c.pattern))) << c.pattern;
+    std::string log = logText();
+    EXPECT_TRUE(std::regex_search(log, std::regex(std::string(":") + c.reader + ":[0-9]+:" + c.text))) << log;
+    // No line of the module names a helper or a lambda instead of a reader.
+    EXPECT_FALSE(std::regex_search(log, std::regex(R"(\[DOWN\][^:]*:(read[A-Za-z]*|operator\(\)):)"))) << log;
   }
 }
 

@@ -92,8 +92,22 @@ class Workdir {
   fs::path path_;
 };
 
-// The storage empties the map directory before a new map: only accept a
-// directory that holds nothing but earlier map files and records.
+// True for a name the storage gives a slice's file: base followed by the
+// file number as the storage prints it (0 to 255, no leading zero).
+bool isSliceName(const std::string& name, const std::string& base) {
+  if (name.size() <= base.size() || name.compare(0, base.size(), base) != 0) return false;
+  std::string number = name.substr(base.size());
+  if (number.size() > 3 || (number.size() > 1 && number[0] == '0')) return false;
+  for (char c : number) {
+    if (c < '0' || c > '9') return false;
+  }
+  return std::stoi(number) <= 255;
+}
+
+// The storage empties the map directory before the first slice of a map. So
+// that it never removes what it did not write, only a directory that holds
+// nothing but map files and records of an earlier run (regular files named as
+// the storage names them) is accepted.
 bool checkOutDir(const fs::path& outDir, const Settings& s) {
   std::error_code ec;
   if (!fs::exists(outDir, ec)) {
@@ -109,14 +123,16 @@ bool checkOutDir(const fs::path& outDir, const Settings& s) {
   }
   for (const fs::directory_entry& e : fs::directory_iterator(outDir, ec)) {
     std::string name = e.path().filename().string();
-    bool ours = (!s.mapFilename.empty() && name.rfind(s.mapFilename, 0) == 0) ||
-                (!s.mapCfgname.empty() && name.rfind(s.mapCfgname, 0) == 0);
-    if (!ours || e.is_directory()) {
-      maptool::fail(kName, "%s holds %s; the map directory is emptied before a new map, give a new or empty one",
+    bool ours = isSliceName(name, s.mapFilename) || isSliceName(name, s.mapCfgname);
+    if (!ours || !e.is_regular_file(ec) || e.is_symlink(ec)) {
+      maptool::fail(kName,
+                    "%s holds %s, which is not a map file or record of an earlier run; the directory is emptied "
+                    "before a new map, give a new or empty one",
                     outDir.c_str(), name.c_str());
       return false;
     }
   }
+  if (ec) maptool::fail(kName, "%s: cannot list: %s", outDir.c_str(), ec.message().c_str());
   return !ec;
 }
 
@@ -216,8 +232,8 @@ int runConvert(int argc, char** argv) {
   if (ec || !checkOutDir(outDir, settings)) return maptool::kExitUsage;
   Workdir work;
   if (!work.create(settings, outDir)) return maptool::kExitBadInput;
+  // One run per process: the service's modules start from their initial state.
   v2xmapconv_InitCfg(work.path().c_str());
-  v2xmapconv_MapDownResetForTest();
 
   bool allStored = true;
   for (const std::string& doc : docs) allStored = convertOne(doc, outDir, settings) && allStored;
@@ -231,8 +247,12 @@ V2X_MAP_TOOL_COMMAND(kName, "store cloud map-down JSON documents as the service 
                      "\n"
                      "Reads each map-down document in turn with the service's reader and stores\n"
                      "it with the service's storage: the UPER map file and its MD5 record of the\n"
-                     "slice go to OUT_DIR (created if missing; it may hold only earlier map files,\n"
-                     "because the directory is emptied before the first slice of a new map).\n"
+                     "slice go to OUT_DIR. The storage empties the directory before the first\n"
+                     "slice of a new map, so OUT_DIR must be new (it is created), empty, or hold\n"
+                     "only map files and records of an earlier run: regular files named\n"
+                     "<MapFilename>N or <MapCfgname>N with N from 0 to 255 (map_data_N and\n"
+                     "map_cfg_N without CFG). Anything else there (another file, a directory,\n"
+                     "a link, map_data_notes.txt) makes the command refuse and change nothing.\n"
                      "Give the slices of one map in the order the cloud sends them (highest first).\n"
                      "\n"
                      "CFG is a service configuration file: its stored eTag and the base names of\n"
