@@ -180,6 +180,17 @@ function(v2x_asn1_library target)
       if(text MATCHES "td->check_constraints = ")
         message(FATAL_ERROR "asn1c output ${c}: unexpected constraint checker assignment left after patching")
       endif()
+      # An extensible SIZE (SIZE(8,...)) admits every size, the ones outside
+      # the root in the extension form; the generated checker tests the root
+      # size alone and refused them.
+      if(text MATCHES "APC_EXTENSIBLE,[ 0-9,]+}\t/\\* \\(SIZE\\(")
+        string(REGEX REPLACE "\n\tif\\(\\(size [^\n]*\\)\\) {\n\t\t/\\* Constraint check succeeded \\*/"
+          "\n\tif(1 /* extensible SIZE */) {\n\t\t/* Constraint check succeeded */" patched_size "${text}")
+        if(patched_size STREQUAL text)
+          message(FATAL_ERROR "asn1c output ${c}: extensible SIZE check not found")
+        endif()
+        set(text "${patched_size}")
+      endif()
       if(NOT text STREQUAL orig)
         file(WRITE ${c} "${text}")
         math(EXPR patched "${patched} + 1")
