@@ -15,6 +15,7 @@ PACKAGES=(
   libgeographiclib-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format clang-tidy
+  clang libclang-rt-14-dev
   procps
 )
 

@@ -17,4 +17,5 @@ for kind in release asan; do
     status=1
   fi
 done
+bash scripts/fuzz.sh 15 || status=1
 exit $status
