@@ -41,8 +41,11 @@ for t in "${targets[@]}"; do
   mkdir -p "$dir/corpus/$t" "$dir/findings/$t"
   log="$dir/findings/$t.log"
   echo "== fuzzing $t for ${secs}s"
+  # Kept findings join the seeds: each run checks them again first.
+  seeds=("fuzz/corpus/$t")
+  [ -d "fuzz/regressions/$t" ] && seeds+=("fuzz/regressions/$t")
   if "$dir/fuzz/fuzz_$t" -max_total_time="$secs" -max_len="$(max_len "$t")" -timeout=10 \
-      -print_final_stats=1 -artifact_prefix="$dir/findings/$t/" "$dir/corpus/$t" "fuzz/corpus/$t" >"$log" 2>&1; then
+      -print_final_stats=1 -artifact_prefix="$dir/findings/$t/" "$dir/corpus/$t" "${seeds[@]}" >"$log" 2>&1; then
     result=clean
   else
     result="FINDING (see $log)"
