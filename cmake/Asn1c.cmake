@@ -13,9 +13,116 @@
 # after which asn_check_constraints() accepts any value. The overwriting lines
 # are removed; the constraint functions that used the same assignment to hand
 # over to the base checker call it directly instead. The disabled debug trace
-# is also turned into a macro (see below).
+# is also turned into a macro, and the runtime gets the fixes listed at
+# _v2x_asn1_patch_runtime below.
 
 find_program(ASN1C_EXECUTABLE asn1c REQUIRED)
+
+# Replaces the text `old` by `new` in a generated file. A missing `old` stops
+# the configuration: another asn1c version needs its patches looked at again.
+function(_v2x_asn1_replace file old new)
+  file(READ ${file} text)
+  string(FIND "${text}" "${old}" at)
+  if(at LESS 0)
+    get_filename_component(name ${file} NAME)
+    message(FATAL_ERROR "asn1c output ${name}: text to patch not found:\n${old}")
+  endif()
+  string(REPLACE "${old}" "${new}" text "${text}")
+  file(WRITE ${file} "${text}")
+endfunction()
+
+# Faults of the 0.9.28 runtime (the skeleton files copied next to the
+# generated code) that hostile input reaches, fixed where they are.
+function(_v2x_asn1_patch_runtime gen_dir)
+  # XER enumeration tags are looked up by comparing the tag text with each
+  # name, without noticing the name's end: a tag holding a zero byte made the
+  # comparison read on past the name. A name that ends first sorts first.
+  _v2x_asn1_replace(${gen_dir}/INTEGER.c
+    "\t\tif(*ptr != *name)\n\t\t\treturn *(const unsigned char *)ptr"
+    "\t\tif(*name == 0)\n\t\t\treturn 1;\n\t\tif(*ptr != *name)\n\t\t\treturn *(const unsigned char *)ptr")
+
+  # XER CHOICE: the alternative was recorded only after its value decoded
+  # completely, so a failure inside it left a CHOICE that names nothing and
+  # the free operation never reached what had been built below it. Record the
+  # alternative before decoding into it.
+  _v2x_asn1_replace(${gen_dir}/constr_CHOICE.c
+    "\t\t\t/* Start/Continue decoding the inner member */\n"
+    "\t\t\t/* Recorded first: a partial value is freed with the CHOICE */\n\t\t\t_set_present_idx(st,\n\t\t\t\tspecs->pres_offset, specs->pres_size, edx + 1);\n\n\t\t\t/* Start/Continue decoding the inner member */\n")
+  _v2x_asn1_replace(${gen_dir}/constr_CHOICE.c
+    "\t\t\tassert(_fetch_present_idx(st,\n\t\t\t\tspecs->pres_offset, specs->pres_size) == 0);\n"
+    "")
+
+  # XER strings: the character reference "&#0;" (or "&#;") names no
+  # character; it failed an assertion and otherwise stored a zero byte.
+  _v2x_asn1_replace(${gen_dir}/OCTET_STRING.c
+    "\t\t\tassert(val > 0);\n"
+    "\t\t\tif(val <= 0) return -1;\t/* not a character */\n")
+
+  # PER open types: an empty first piece (length 0) left the piece buffer
+  # unallocated, and the runtime then computed an offset from a null pointer.
+  # Allocate before the first copy, always at least one byte.
+  _v2x_asn1_replace(${gen_dir}/per_opentype.c
+    "\t\tif(bufLen + chunk_bytes > bufSize) {\n\t\t\tvoid *ptr;\n\t\t\tbufSize = chunk_bytes + (bufSize << 2);\n"
+    "\t\tif(!buf || bufLen + chunk_bytes > bufSize) {\n\t\t\tvoid *ptr;\n\t\t\tbufSize = chunk_bytes + (bufSize << 2) + 1;\n")
+
+  # XER: an empty element ("<elevation/>") reached the value decoders as a
+  # null buffer of length zero, on which they computed offsets. Hand them an
+  # empty string instead.
+  _v2x_asn1_replace(${gen_dir}/xer_decoder.c
+    "\tif(body_receiver(struct_key, 0, 0, size > 0) == -1)"
+    "\tif(body_receiver(struct_key, \"\", 0, size > 0) == -1)")
+
+  # ENUMERATED: the XER decoder also takes a plain number ("<type>99</type>")
+  # and nothing checked it against the enumeration, so a decoded frame could
+  # hold a value no encoder writes. The check now wants one of the names.
+  _v2x_asn1_replace(${gen_dir}/NativeEnumerated.c
+    "asn_TYPE_descriptor_t asn_DEF_NativeEnumerated = {\n" [=[
+static int
+NativeEnumerated_constraint(asn_TYPE_descriptor_t *td, const void *sptr,
+		asn_app_constraint_failed_f *ctfailcb, void *app_key) {
+	const long *native = (const long *)sptr;
+	if(!native) {
+		ASN__CTFAIL(app_key, td, sptr,
+			"%s: value not given (%s:%d)", td->name, __FILE__, __LINE__);
+		return -1;
+	}
+	if(td->specifics && !INTEGER_map_value2enum(
+			(asn_INTEGER_specifics_t *)td->specifics, *native)) {
+		ASN__CTFAIL(app_key, td, sptr,
+			"%s: %ld is not one of its values (%s:%d)",
+			td->name, *native, __FILE__, __LINE__);
+		return -1;
+	}
+	return 0;
+}
+asn_TYPE_descriptor_t asn_DEF_NativeEnumerated = {
+]=])
+  _v2x_asn1_replace(${gen_dir}/NativeEnumerated.c
+    "\tNativeInteger_print,\n\tasn_generic_no_constraint,\n"
+    "\tNativeInteger_print,\n\tNativeEnumerated_constraint,\n")
+
+  # SEQUENCE OF / SET OF: the constraint check looked at the elements only,
+  # never at the list's own SIZE, so the PER decoder's lists (whose length
+  # field can count past the upper bound) passed with too many elements and
+  # then could not be encoded. Check the SIZE the PER constraints carry.
+  _v2x_asn1_replace(${gen_dir}/constr_SET_OF.c "\tconstr = elm->memb_constraints;\n" [=[
+	if(td->per_constraints) {
+		const asn_per_constraint_t *ct = &td->per_constraints->size;
+		int ext = (ct->flags & APC_EXTENSIBLE) != 0;
+		if(!ext && (ct->flags & (APC_CONSTRAINED | APC_SEMI_CONSTRAINED))
+		&& (list->count < ct->lower_bound
+		    || ((ct->flags & APC_CONSTRAINED) && list->count > ct->upper_bound))) {
+			ASN__CTFAIL(app_key, td, sptr,
+				"%s: %d elements outside SIZE(%ld..%ld) (%s:%d)",
+				td->name, list->count, ct->lower_bound,
+				ct->upper_bound, __FILE__, __LINE__);
+			return -1;
+		}
+	}
+
+	constr = elm->memb_constraints;
+]=])
+endfunction()
 
 function(v2x_asn1_library target)
   cmake_parse_arguments(A "" "" "FILES;FLAGS" ${ARGN})
@@ -73,6 +180,17 @@ function(v2x_asn1_library target)
       if(text MATCHES "td->check_constraints = ")
         message(FATAL_ERROR "asn1c output ${c}: unexpected constraint checker assignment left after patching")
       endif()
+      # An extensible SIZE (SIZE(8,...)) admits every size, the ones outside
+      # the root in the extension form; the generated checker tests the root
+      # size alone and refused them.
+      if(text MATCHES "APC_EXTENSIBLE,[ 0-9,]+}\t/\\* \\(SIZE\\(")
+        string(REGEX REPLACE "\n\tif\\(\\(size [^\n]*\\)\\) {\n\t\t/\\* Constraint check succeeded \\*/"
+          "\n\tif(1 /* extensible SIZE */) {\n\t\t/* Constraint check succeeded */" patched_size "${text}")
+        if(patched_size STREQUAL text)
+          message(FATAL_ERROR "asn1c output ${c}: extensible SIZE check not found")
+        endif()
+        set(text "${patched_size}")
+      endif()
       if(NOT text STREQUAL orig)
         file(WRITE ${c} "${text}")
         math(EXPR patched "${patched} + 1")
@@ -91,6 +209,7 @@ function(v2x_asn1_library target)
     endif()
     string(REPLACE "${debug_fn}" "#define ASN_DEBUG(...) ((void)0)" text "${text}")
     file(WRITE ${gen_dir}/asn_internal.h "${text}")
+    _v2x_asn1_patch_runtime(${gen_dir})
     file(WRITE ${stamp} "${hash}")
   endif()
 

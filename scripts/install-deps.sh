@@ -16,6 +16,7 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format clang-tidy
   chromium libpng-dev
+  clang libclang-rt-14-dev
   procps
   dpkg-dev file systemd  # Debian packages (dpkg-shlibdeps, file) and systemd-analyze
 )

@@ -22,5 +22,9 @@ for kind in release asan tsan; do
   fi
   times+=("$kind: build $((built - start)) s, tests $((SECONDS - built)) s")
 done
+start=$SECONDS
+echo "== fuzzing (15 s per target, kept findings first)"
+bash scripts/fuzz.sh 15 || status=1
+times+=("fuzz: build and run $((SECONDS - start)) s")
 printf '== %s\n' "${times[@]}"
 exit $status

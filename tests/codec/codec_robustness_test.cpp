@@ -1,8 +1,9 @@
 // Bad input, half-built trees, other frame kinds, short buffers and threads.
 #include <gtest/gtest.h>
 
-#include <random>
+#include <atomic>
 #include <thread>
+#include <vector>
 
 #include "codec_test_util.h"
 
@@ -21,33 +22,6 @@ TEST(CodecRobustness, EveryTruncationOfEveryVectorFailsCleanly) {
       EXPECT_STRNE(v2x_asn_last_error(), "");
     }
   }
-}
-
-TEST(CodecRobustness, DamagedAndRandomInputNeverCrashesOrLeaks) {
-  // Every single-bit flip of the large map, then random tails behind a map
-  // frame's first byte. Accepted frames must encode again.
-  const Bytes map = fromHex(kMap528);
-  size_t accepted = 0;
-  auto tryDecode = [&](const Bytes& b) {
-    Frame f;
-    if (decode(b, f).code == RC_OK) {
-      accepted++;
-      EXPECT_FALSE(encode(asn_DEF_MessageFrame, f.p).empty());
-    }
-  };
-  for (size_t bit = 0; bit < map.size() * 8; bit++) {
-    Bytes b = map;
-    b[bit / 8] ^= static_cast<uint8_t>(0x80U >> (bit % 8));
-    tryDecode(b);
-  }
-  std::mt19937 rng(20240611);
-  for (int i = 0; i < 3000; i++) {
-    Bytes b(1 + rng() % 80);
-    for (auto& c : b) c = static_cast<uint8_t>(rng());
-    b[0] = static_cast<uint8_t>(0x10 | (b[0] & 0x0F));
-    tryDecode(b);
-  }
-  EXPECT_GT(accepted, 0U);  // flips of value bits still give valid maps
 }
 
 TEST(CodecRobustness, HalfBuiltTreeFreesWholeAndDoesNotEncode) {
@@ -109,36 +83,24 @@ TEST(CodecRobustness, ShortBufferGetsThePrefixAndTheFullLength) {
   }
 }
 
-TEST(CodecRobustness, ThreadsEncodingAndDecodingAtOnceGetCorrectResults) {
+// The generated descriptors rewrite themselves on every call; the codec
+// layer's lock keeps concurrent callers apart. Under ThreadSanitizer this test
+// reports a data race as soon as any codec call runs without the lock.
+TEST(CodecRobustness, ThreadsDecodingEncodingAndFreeingAtOnce) {
   const Bytes map = fromHex(kMap528);
-  const std::string expectedXer = [&] {
-    Frame f;
-    decode(map, f);
-    return xer(f.p);
-  }();
-  constexpr int kRounds = 150;
   std::atomic<int> wrong{0};
-  auto encoder = [&] {
-    Frame f;
-    if (decode(map, f).code != RC_OK) wrong++;
-    for (int i = 0; i < kRounds; i++) {
-      if (encode(asn_DEF_MessageFrame, f.p) != map) wrong++;
-      f.map().nodes.list.array[0]->refPos.lat = 900000002;  // must be refused every time
-      if (!encode(asn_DEF_MessageFrame, f.p).empty()) wrong++;
-      f.map().nodes.list.array[0]->refPos.lat = 280985258;
-    }
-  };
-  auto decoder = [&] {
-    for (int i = 0; i < kRounds; i++) {
+  auto work = [&] {
+    for (int i = 0; i < 20; i++) {
       Frame f;
-      if (decode(map, f).code != RC_OK || xer(f.p) != expectedXer) wrong++;
+      if (decode(map, f).code != RC_OK || encode(asn_DEF_MessageFrame, f.p) != map) wrong++;
+      f.map().nodes.list.array[0]->refPos.lat = 900000002;  // out of range: refused by the check
+      if (v2x_asn_check_constraints(&asn_DEF_MessageFrame, f.p, nullptr, nullptr) == 0) wrong++;
+      if (!xer(f.p).empty()) wrong++;  // the XER encoder checks too
     }
   };
-  std::thread a(encoder), b(decoder), c(encoder), d(decoder);
-  a.join();
-  b.join();
-  c.join();
-  d.join();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; t++) threads.emplace_back(work);
+  for (auto& t : threads) t.join();
   EXPECT_EQ(wrong.load(), 0);
 }
 

@@ -86,6 +86,39 @@ TEST(CodecValues, EveryLaneTypeAlternativeHasItsIndexAndSize) {
   }
 }
 
+// The vehicle bits are SIZE(8,...): besides the root's eight, any count is
+// legal in the extension form (size bit 1, a length octet, the bits). It
+// encodes, and decodes back through the constraint check.
+TEST(CodecValues, VehicleBitsOutsideTheRootUseTheExtensionForm) {
+  struct Case {
+    const char* bits;
+    const char* hex;  // no shareWith, choice root, vehicle, size bit 1, length, bits
+  };
+  const Case cases[] = {{"1000000001", "042a01"}, {"1000001", "041e08"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.bits);
+    LaneAttributes_t attrs = {};
+    attrs.laneType.present = LaneTypeAttributes_PR_vehicle;
+    setBits(attrs.laneType.choice.vehicle, c.bits);
+    EXPECT_EQ(toHex(encode(asn_DEF_LaneAttributes, &attrs)), c.hex) << v2x_asn_last_error();
+
+    const Bytes wire = fromHex(c.hex);
+    LaneAttributes_t* back = nullptr;
+    asn_dec_rval_t rv = asn_decode(nullptr, ATS_UNALIGNED_BASIC_PER, &asn_DEF_LaneAttributes,
+                                   reinterpret_cast<void**>(&back), wire.data(), wire.size());
+    EXPECT_EQ(rv.code, RC_OK) << v2x_asn_last_error();
+    if (back != nullptr) {
+      const BIT_STRING_t& got = back->laneType.choice.vehicle;
+      const BIT_STRING_t& sent = attrs.laneType.choice.vehicle;
+      ASSERT_EQ(got.size, sent.size);
+      EXPECT_EQ(got.bits_unused, sent.bits_unused);
+      EXPECT_EQ(std::memcmp(got.buf, sent.buf, static_cast<size_t>(sent.size)), 0);
+    }
+    ASN_STRUCT_FREE(asn_DEF_LaneAttributes, back);
+    ASN_STRUCT_FREE_CONTENTS_ONLY(asn_DEF_LaneAttributes, &attrs);
+  }
+}
+
 // The reference vectors carry every optional member except these two.
 TEST(CodecValues, LinkNameAndLaneSpeedLimitsRoundTrip) {
   Frame f(newMap(1, 1, 397870006, 1165119042));
