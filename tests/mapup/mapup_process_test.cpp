@@ -1,14 +1,10 @@
 // The map upload between real processes on loopback: the stack peer answers
 // the service's once-a-second requests with two stored maps, and the cloud
-// peer prints each upload with its text. The uploaded documents are checked
-// against the maps as this test decodes them from the files the stack peer
-// sends.
-#include <MessageFrame.h>
-#include <cjson/cJSON.h>
+// peer prints each upload with its text. Each uploaded document is compared
+// byte for byte with the text worked out by hand from the maps below.
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <cmath>
 #include <ctime>
 #include <sstream>
 #include <string>
@@ -59,102 +55,23 @@ std::string uper(const char* xer) {
   return ok ? std::string(out.begin(), out.begin() + len) : std::string();
 }
 
-// ---- Uploaded values against a decoded frame: identities, positions,
-// widths and points (the renderer's unit tests cover every member) ----
-
-const cJSON* at(const cJSON* obj, const char* key) { return cJSON_GetObjectItemCaseSensitive(obj, key); }
-double num(const cJSON* obj, const char* key) {
-  const cJSON* item = at(obj, key);
-  return cJSON_IsNumber(item) ? item->valuedouble : NAN;
-}
-std::string str(const cJSON* obj, const char* key) {
-  const cJSON* item = at(obj, key);
-  return cJSON_IsString(item) ? item->valuestring : "(none)";
-}
-template <class List>
-int count(const List* list) {
-  return list != nullptr ? list->list.count : -1;
-}
-int size(const cJSON* array) { return cJSON_IsArray(array) ? cJSON_GetArraySize(array) : -1; }
-template <class Opt>
-double opt(const Opt* p) {
-  return p != nullptr ? static_cast<double>(*p) : NAN;
-}
-void expectSame(double json, double frame, const char* what) {
-  if (std::isnan(frame))
-    EXPECT_TRUE(std::isnan(json)) << what << " should be absent";
-  else
-    EXPECT_EQ(json, frame) << what;
-}
-
-void checkRef(const cJSON* j, const NodeReferenceID_t& r, const char* what) {
-  expectSame(num(j, "id"), static_cast<double>(r.id), what);
-  expectSame(num(j, "region"), opt(r.region), what);
-}
-
-void checkPoints(const cJSON* arr, const PointList* points) {
-  ASSERT_EQ(size(arr), count(points));
-  for (int i = 0; i < points->list.count; ++i) {
-    const PositionOffsetLLV_t& p = points->list.array[i]->posOffset;
-    const cJSON* e = cJSON_GetArrayItem(arr, i);
-    long lon = 0, lat = 0;
-    switch (p.offsetLL.present) {
-      case PositionOffsetLL_PR_position_LL1:
-        lon = p.offsetLL.choice.position_LL1.lon, lat = p.offsetLL.choice.position_LL1.lat;
-        break;
-      case PositionOffsetLL_PR_position_LL2:
-        lon = p.offsetLL.choice.position_LL2.lon, lat = p.offsetLL.choice.position_LL2.lat;
-        break;
-      case PositionOffsetLL_PR_position_LL3:
-        lon = p.offsetLL.choice.position_LL3.lon, lat = p.offsetLL.choice.position_LL3.lat;
-        break;
-      case PositionOffsetLL_PR_position_LatLon:
-        lon = p.offsetLL.choice.position_LatLon.lon, lat = p.offsetLL.choice.position_LatLon.lat;
-        break;
-      default: FAIL() << "choice not used by this test's maps";
-    }
-    expectSame(num(e, "lon"), lon, "point lon");
-    expectSame(num(e, "lat"), lat, "point lat");
-    double ele = NAN;
-    if (p.offsetV != nullptr)
-      ele = p.offsetV->present == VerticalOffset_PR_offset1 ? p.offsetV->choice.offset1 : p.offsetV->choice.elevation;
-    expectSame(num(e, "ele"), ele, "point ele");
-  }
-}
-
-void checkLink(const cJSON* j, const Link_t& link) {
-  EXPECT_EQ(str(j, "name"),
-            link.name != nullptr ? std::string(reinterpret_cast<char*>(link.name->buf), link.name->size) : "(none)");
-  checkRef(at(j, "upstreamNodeId"), link.upstreamNodeId, "upstreamNodeId");
-  expectSame(num(j, "linkWidth"), static_cast<double>(link.linkWidth), "linkWidth");
-  if (link.points != nullptr) checkPoints(at(j, "points"), link.points);
-  ASSERT_EQ(size(at(j, "lanes")), link.lanes.list.count);
-  for (int l = 0; l < link.lanes.list.count; ++l) {
-    const Lane_t& lane = *link.lanes.list.array[l];
-    const cJSON* lj = cJSON_GetArrayItem(at(j, "lanes"), l);
-    expectSame(num(lj, "laneId"), static_cast<double>(lane.laneID), "laneId");
-    expectSame(num(lj, "laneWidth"), opt(lane.laneWidth), "laneWidth");
-    if (lane.points != nullptr) checkPoints(at(lj, "points"), lane.points);
-  }
-}
-
-void checkMap(const cJSON* map, const MapData_t& m) {
-  expectSame(num(map, "timeStamp"), opt(m.timeStamp), "timeStamp");
-  ASSERT_EQ(size(at(map, "nodes")), m.nodes.list.count);
-  for (int n = 0; n < m.nodes.list.count; ++n) {
-    const Node_t& node = *m.nodes.list.array[n];
-    const cJSON* nj = cJSON_GetArrayItem(at(map, "nodes"), n);
-    EXPECT_EQ(str(nj, "name"),
-              node.name != nullptr ? std::string(reinterpret_cast<char*>(node.name->buf), node.name->size) : "(none)");
-    checkRef(at(nj, "id"), node.id, "node id");
-    expectSame(num(at(nj, "refPos"), "lon"), static_cast<double>(node.refPos.Long), "refPos lon");
-    expectSame(num(at(nj, "refPos"), "lat"), static_cast<double>(node.refPos.lat), "refPos lat");
-    expectSame(num(at(nj, "refPos"), "ele"), opt(node.refPos.elevation), "refPos ele");
-    ASSERT_EQ(size(at(nj, "inLinks")), count(node.inLinks));
-    for (int l = 0; l < count(node.inLinks); ++l)
-      checkLink(cJSON_GetArrayItem(at(nj, "inLinks"), l), *node.inLinks->list.array[l]);
-  }
-}
+// The "map" member each slice must be uploaded with. Bit strings go as the
+// text of their bytes up to the first zero byte: maneuvers 100000000000 are 0x80.
+const std::string kUploaded[] = {
+    R"({"timeStamp":1000,"nodes":[{"name":"North","id":{"region":1,"id":101},)"
+    R"("refPos":{"lon":1211600000,"lat":312800000,"ele":46},"inLinks":[{"name":"102-101",)"
+    R"("upstreamNodeId":{"region":1,"id":102},"speedLimits":[{"type":"5","speed":833}],"linkWidth":700,)"
+    R"("points":[{"lon":100,"lat":-50},{"lon":4000,"lat":-4000,"ele":47}],)"
+    R"("movements":[{"remoteIntersection":{"region":1,"id":103},"phaseId":1}],)"
+    R"("lanes":[{"laneId":1,"laneWidth":350,"laneAttributes":{"laneType":{"vehicle":0}},"maneuvers":")"
+    "\x80"
+    R"(",)"
+    R"("connectsTo":[{"remoteIntersection":{"region":1,"id":103},"connectingLane":{"laneId":2,"maneuvers":")"
+    "\x80"
+    R"("},)"
+    R"("phaseId":1}],"points":[{"lon":-2000,"lat":1500,"ele":-3},{"lon":1211600100,"lat":312800200}]}]}]}]})",
+    R"({"nodes":[{"id":{"id":202},"refPos":{"lon":-200,"lat":-100}}]})",
+};
 
 std::string localDate() {
   std::time_t now = std::time(nullptr);
@@ -169,17 +86,10 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   v2xtest::TempDir work;
   const std::string device = v2xtest::uniqueDevice("UP");
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path(), device));
-
-  // The maps as the stack peer will send them, and as this test reads them.
-  std::vector<V2XAPP_GBMHANDLE> frames;
   for (int i = 0; i < 2; ++i) {
-    std::string file = uper(kMaps[i]);
+    const std::string file = uper(kMaps[i]);
     ASSERT_FALSE(file.empty()) << i;
     v2xtest::writeFile(work.file("mapdata/map_data_" + std::to_string(i)), file);
-    V2XAPP_GBMHANDLE h = nullptr;
-    ASSERT_EQ(v2xapp_GBMapUperDecode(&h, reinterpret_cast<uint8_t*>(file.data()), static_cast<uint32_t>(file.size())),
-              0);
-    frames.push_back(h);
   }
 
   ChildProcess stack, cloud, service;
@@ -196,7 +106,6 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   ASSERT_TRUE(cloud.start(
       {V2X_CLOUD_SIM_BIN, "--device", device, "--count", "6", "--kind", "up", "--ack-uploads", "--timeout", "40"}));
   const std::string before = localDate();
-  const std::string log = work.file("log/map_conv.log");
   ASSERT_TRUE(v2xtest::startService(service, work.path(), {"-d", "7"}));
   const int cloudStatus = cloud.waitExit(std::chrono::seconds(45));
   const std::string after = localDate();
@@ -207,32 +116,27 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   int n = 0;
   while (std::getline(lines, line)) {
     if (line.rfind("UP ", 0) != 0) continue;
-    SCOPED_TRACE("upload " + std::to_string(n + 1) + ": " + line.substr(0, 120));
+    SCOPED_TRACE("upload " + std::to_string(n + 1));
     const size_t raw = line.find(" raw=");
     ASSERT_NE(raw, std::string::npos);
-    cJSON* doc = cJSON_Parse(line.c_str() + raw + 5);
-    ASSERT_NE(doc, nullptr);
-    EXPECT_EQ(str(doc, "seqNum"), std::to_string(n + 1));
-    EXPECT_EQ(str(doc, "mapSlice"), n % 2 == 0 ? "0" : "1");
-    const std::string eTag = str(doc, "eTag");
-    EXPECT_TRUE(eTag == "MapUpEtag" + before || eTag == "MapUpEtag" + after) << eTag;
-    EXPECT_TRUE(cJSON_IsTrue(at(doc, "ack")));
-    checkMap(at(doc, "map"), static_cast<MessageFrame_t*>(frames[n % 2])->choice.mapFrame);
-    cJSON_Delete(doc);
+    // The eTag carries the local date, which may turn during the run.
+    auto expected = [&](const std::string& date) {
+      return R"({"mapSlice":")" + std::to_string(n % 2) + R"(","map":)" + kUploaded[n % 2] + R"(,"eTag":"MapUpEtag)" +
+             date + R"(","ack":true,"seqNum":")" + std::to_string(n + 1) + "\"}";
+    };
+    const std::string text = line.substr(raw + 5);
+    EXPECT_TRUE(text == expected(before) || text == expected(after)) << text << "\nwanted\n" << expected(after);
     ++n;
   }
   EXPECT_EQ(n, 6) << cloud.output();
   // The answers reached the service's acknowledgement receiver.
-  for (int i = 0; i < 100 && v2xtest::readFile(log).find("Map_Ack recv_total:") == std::string::npos; ++i)
-    usleep(50000);
-  EXPECT_NE(v2xtest::readFile(log).find("Map_Ack recv_total:"), std::string::npos);
+  EXPECT_TRUE(v2xtest::waitForText(work.file("log/map_conv.log"), "Map_Ack recv_total:"));
 
   service.signal(SIGTERM);
   const int st = service.waitExit();
   EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
   stack.signal(SIGINT);
   stack.waitExit();
-  for (V2XAPP_GBMHANDLE& h : frames) v2xapp_GBMapStrDel(&h);
 }
 
 }  // namespace
