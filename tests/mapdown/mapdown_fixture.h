@@ -4,16 +4,14 @@
 
 #include <MessageFrame.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "map_conv_config.h"
 #include "map_conv_mapdown.h"
+#include "test_process.h"
 #include "v2x_asn_codec.h"
 #include "v2xlog.h"
 
@@ -21,17 +19,8 @@ namespace mapdown_test {
 
 namespace fs = std::filesystem;
 
-inline std::string readText(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-inline void writeText(const fs::path& p, const std::string& text) {
-  std::ofstream out(p, std::ios::binary | std::ios::trunc);
-  out << text;
-}
+using v2xtest::readFile;
+using v2xtest::writeFile;
 
 // One zeroed frame with the map choice, as the reception hands it to the reader.
 struct Frame {
@@ -46,13 +35,9 @@ struct Frame {
 class MapDownTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    char tmpl[] = "/tmp/mapdownXXXXXX";
-    ASSERT_NE(mkdtemp(tmpl), nullptr);
-    dir_ = tmpl;
-    fs::create_directories(dir_ / "conf");
+    ASSERT_FALSE(tmp_.path().empty());
     fs::create_directories(dir_ / "mapdata");
     writeConfig("stored-etag", "mapdata");
-    log_ = dir_ / "test.log";
     v2xlog_Init(log_.c_str(), "TEST", 1, 0, 0);
     v2xmapconv_InitCfg(dir_.c_str());
     v2xmapconv_ResetCfgForTest();
@@ -62,11 +47,10 @@ class MapDownTest : public ::testing::Test {
     v2xmapconv_ResetCfgForTest();
     v2xmapconv_MapDownResetForTest();
     v2xlog_Init(nullptr, "TEST", 0, 0, 0);
-    fs::remove_all(dir_);
   }
 
   void writeConfig(const std::string& eTag, const std::string& mapDir) {
-    writeText(dir_ / "conf/v2x_map_convert.cfg",
+    writeFile(dir_ / "conf/v2x_map_convert.cfg",
               "rsuMapConvertInfo :\n{\n  eTag = \"" + eTag + "\";\n  MapDataDir = \"" + mapDir +
                   "\";\n  MapFilename = \"map\";\n  MapCfgname = \"mapcfg\";\n  Sysinfoname = \"" +
                   (dir_ / "conf/none.xml").string() + "\";\n};\n");
@@ -82,11 +66,12 @@ class MapDownTest : public ::testing::Test {
 
   std::string logText() {
     v2xlog_Flush();
-    return readText(log_);
+    return readFile(log_);
   }
 
-  fs::path dir_;
-  fs::path log_;
+  v2xtest::TempDir tmp_;
+  fs::path dir_ = tmp_.path();
+  fs::path log_ = dir_ / "test.log";
   Frame frame_;
   v2xcloud_map_data_t record_{};
 };

@@ -135,7 +135,7 @@ TEST(MapDownJson, KeyLookupAsTheJsonLibrary) {
 TEST(MapDownJson, SampleMapsAndDamagedCopies) {
   std::vector<std::string> docs;
   for (const char* name : {"map_4x.json", "map_slice1.json", "map_slice2.json", "map_slice3.json"}) {
-    docs.push_back(readText(fs::path(V2X_SOURCE_DIR) / "etc/samples" / name));
+    docs.push_back(readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples" / name));
   }
   const std::string alphabet = "{}[]\":,.-+eE0159\\u \"tnf\x01\xC3";
   std::mt19937 rng(20240611);

@@ -33,16 +33,16 @@ ToolRun runTool(const std::string& args, const char* command = "convert") {
 std::string samples() { return std::string(V2X_SOURCE_DIR) + "/etc/samples/"; }
 
 TEST_F(MapDownTest, ConvertToolExitStatusAndOutput) {
-  writeText(dir_ / "bad.json", R"({"eTag":"x","ack":true,"seqNum":"5","map":{"nodes":[{"id":{"id":1}}]}})");
+  writeFile(dir_ / "bad.json", R"({"eTag":"x","ack":true,"seqNum":"5","map":{"nodes":[{"id":{"id":1}}]}})");
   // A directory the storage would empty: only files it wrote itself may be there.
   fs::create_directories(dir_ / "foreign");
-  writeText(dir_ / "foreign/map_data_notes.txt", "a user's notes beside the maps");
-  writeText(dir_ / "foreign/map_data_1", "an earlier map file");
+  writeFile(dir_ / "foreign/map_data_notes.txt", "a user's notes beside the maps");
+  writeFile(dir_ / "foreign/map_data_1", "an earlier map file");
   fs::create_directories(dir_ / "linked");
   fs::create_symlink(dir_ / "bad.json", dir_ / "linked/map_data_2");
   fs::create_directories(dir_ / "earlier");
-  writeText(dir_ / "earlier/map_data_255", "an earlier map file");
-  writeText(dir_ / "earlier/map_cfg_7", "an earlier record");
+  writeFile(dir_ / "earlier/map_data_255", "an earlier map file");
+  writeFile(dir_ / "earlier/map_cfg_7", "an earlier record");
   writeConfig("jiading-grid-v1", "mapdata");
   struct Case {
     std::string args;
@@ -79,7 +79,7 @@ TEST_F(MapDownTest, ConvertToolExitStatusAndOutput) {
     }
   }
   // The given configuration is only read.
-  EXPECT_NE(readText(dir_ / "conf/v2x_map_convert.cfg").find("jiading-grid-v1"), std::string::npos);
+  EXPECT_NE(readFile(dir_ / "conf/v2x_map_convert.cfg").find("jiading-grid-v1"), std::string::npos);
 }
 
 // validate lists every planted fault with its place, code and text, and
@@ -125,12 +125,12 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
        1,
        {{"nodes[0].inLinks[1].lanes[0].laneId", 9}}},
       {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {{"eTag", 1}}},
-      {"clean", readText(fs::path(V2X_SOURCE_DIR) / "etc/samples/map_slice1.json"), 0, {}},
+      {"clean", readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples/map_slice1.json"), 0, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     fs::path file = dir_ / (std::string(c.name) + ".json");
-    writeText(file, c.doc);
+    writeFile(file, c.doc);
     ToolRun r = runTool("--json " + file.string(), "validate");
     EXPECT_EQ(r.status, c.status) << r.out;
     cJSON* out = cJSON_Parse(r.out.c_str());
