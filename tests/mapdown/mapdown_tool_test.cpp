@@ -82,19 +82,15 @@ TEST_F(MapDownTest, ConvertToolExitStatusAndOutput) {
   EXPECT_NE(readFile(dir_ / "conf/v2x_map_convert.cfg").find("jiading-grid-v1"), std::string::npos);
 }
 
-// validate lists every planted fault with its place, code and text, and
+// validate lists every planted fault with its place and code, and
 // predicts the acknowledgement that the service, fed the same document through
 // its DDS reception, sends.
 TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
-  struct Expected {
-    const char* path;
-    int code;
-  };
   struct Case {
     const char* name;
     std::string doc;
     int status;
-    std::vector<Expected> findings;
+    std::vector<std::string> findings;  // "path code"
   };
   const std::string node0 = R"({"id":{"id":1},"refPos":{"lon":121.16,"lat":31.28},"inLinks":[)";
   const std::string lane = R"({"laneId":1,"points":[{"lon":121.1,"lat":31.2},{"lon":121.2,"lat":31.2}]})";
@@ -108,23 +104,21 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
                R"("movements":[{"remoteIntersection":{"id":3},"phaseId":300}],)" +
                R"("lanes":[{"laneId":1,"laneWidth":40000,"points":[{"lon":121.1,"lat":31.2},{"lon":121.2}]}]}]})"),
        1,
-       {{"nodes[0].inLinks[0].speedLimits[0].speed", 10},
-        {"nodes[0].inLinks[0].movements[0].phaseId", 11},
-        {"nodes[0].inLinks[0].lanes[0].laneWidth", 13},
-        {"nodes[0].inLinks[0].lanes[0].points[1].lat", 16},
-        {"nodes[0].inLinks[0].speedLimits", 18}}},
+       {"nodes[0].inLinks[0].speedLimits[0].speed 10", "nodes[0].inLinks[0].movements[0].phaseId 11",
+        "nodes[0].inLinks[0].lanes[0].laneWidth 13", "nodes[0].inLinks[0].lanes[0].points[1].lat 16",
+        "nodes[0].inLinks[0].speedLimits 18"}},
       {"refused",
        doc("v-b", node0 + R"({"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[{"laneId":1,)" +
                       R"("connectsTo":[{"remoteIntersection":{"id":3},"phaseId":300}]}]}]},)" +
                       R"({"id":{"id":2},"refPos":{"lon":121.17,"lat":91}})"),
        1,
-       {{"nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId", 14}, {"nodes[1].refPos.lat", 5}}},
+       {"nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 14", "nodes[1].refPos.lat 5"}},
       {"link_dropped",
        doc("v-c", node0 + R"({"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[)" + lane +
                       R"(]},{"upstreamNodeId":{"id":4},"linkWidth":700,"lanes":[{"laneWidth":300}]}]})"),
        1,
-       {{"nodes[0].inLinks[1].lanes[0].laneId", 9}}},
-      {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {{"eTag", 1}}},
+       {"nodes[0].inLinks[1].lanes[0].laneId 9"}},
+      {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {"eTag 1"}},
       {"clean", readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples/map_slice1.json"), 0, {}},
   };
   for (const Case& c : cases) {
@@ -138,16 +132,10 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
     std::vector<std::string> got;
     const cJSON* f = nullptr;
     cJSON_ArrayForEach(f, cJSON_GetObjectItem(out, "findings")) {
-      const int code = cJSON_GetObjectItem(f, "code")->valueint;
-      got.push_back(std::string(cJSON_GetObjectItem(f, "path")->valuestring) + " " + std::to_string(code) + " " +
-                    cJSON_GetObjectItem(f, "text")->valuestring);
-      EXPECT_STREQ(cJSON_GetObjectItem(f, "text")->valuestring, v2xmapconv_GetErrorDesc(code));
+      got.push_back(std::string(cJSON_GetObjectItem(f, "path")->valuestring) + " " +
+                    std::to_string(cJSON_GetObjectItem(f, "code")->valueint));
     }
-    std::vector<std::string> want;
-    for (const Expected& e : c.findings) {
-      want.push_back(std::string(e.path) + " " + std::to_string(e.code) + " " + v2xmapconv_GetErrorDesc(e.code));
-    }
-    EXPECT_EQ(got, want) << r.out;
+    EXPECT_EQ(got, c.findings) << r.out;
     char* predicted = cJSON_PrintUnformatted(cJSON_GetObjectItem(out, "ack"));
 
     // The service: the document as the DDS reception gets it, in samples of 1024 bytes.
