@@ -1,10 +1,5 @@
 // Storage of converted slices: files and records on disk, directory handling,
 // the eTag memory across slices and restarts, and the failure results.
-#include <libconfig.h>
-#include <sys/stat.h>
-
-#include <cstdio>
-#include <cstring>
 #include <vector>
 
 #include "mapdown_fixture.h"
@@ -14,25 +9,6 @@ namespace mapdown_test {
 namespace {
 
 std::string sample(const char* name) { return readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples" / name); }
-
-std::string md5sum(const fs::path& file) {
-  std::string cmd = "md5sum '" + file.string() + "'";
-  FILE* p = popen(cmd.c_str(), "r");
-  char out[33] = {};
-  size_t n = p != nullptr ? std::fread(out, 1, 32, p) : 0;
-  if (p != nullptr) pclose(p);
-  return std::string(out, n);
-}
-
-std::string recordValue(const fs::path& record, const char* path) {
-  config_t cfg;
-  config_init(&cfg);
-  const char* value = nullptr;
-  std::string out;
-  if (config_read_file(&cfg, record.c_str()) == CONFIG_TRUE && config_lookup_string(&cfg, path, &value)) out = value;
-  config_destroy(&cfg);
-  return out;
-}
 
 class StoreTest : public MapDownTest {
  protected:
@@ -55,11 +31,11 @@ class StoreTest : public MapDownTest {
   v2xipc_mapRefresh_t refresh_{};
 };
 
-// ---- the realistic map: its file, digest, record and notice ----
+// ---- the realistic map: its file, record and notice ----
 
 std::vector<uint8_t> bytesOf(const BIT_STRING_t* bs) { return std::vector<uint8_t>(bs->buf, bs->buf + bs->size); }
 
-TEST_F(StoreTest, RealisticMapFileIsTheReadersFrameWithItsDigest) {
+TEST_F(StoreTest, RealisticMapIsStoredWithItsValues) {
   std::string doc = sample("map_4x.json");
   ASSERT_LT(doc.size(), 9999u) << "the sample must fit in one map-down message";
   int32 stored = -1;
@@ -91,14 +67,9 @@ TEST_F(StoreTest, RealisticMapFileIsTheReadersFrameWithItsDigest) {
   EXPECT_EQ(lane.speedLimits->list.array[0]->speed, 555);
   v2xapp_GBMapStrDel(&handle);
 
-  // The record and the refresh notice carry the digest of the file as written.
-  std::string digest = md5sum(mapDir() / "map0");
-  ASSERT_EQ(digest.size(), 32u);
-  EXPECT_EQ(recordValue(mapDir() / "mapcfg0", "MAPTepm.MD5Sum"), digest);
-  EXPECT_EQ(recordValue(mapDir() / "mapcfg0", "Name"), "jiading-grid-v1");
-  char raw[33] = {};
-  for (int i = 0; i < 16; ++i) std::snprintf(raw + 2 * i, 3, "%02x", refresh_.m_CheckSum[i]);
-  EXPECT_EQ(std::string(raw), digest);
+  // The record names the map. That record and notice carry the file's digest
+  // is checked where real services store maps (storage crash and IPC tests).
+  EXPECT_NE(readFile(mapDir() / "mapcfg0").find("Name = \"jiading-grid-v1\";"), std::string::npos);
   EXPECT_EQ(refresh_.m_mapFileID, 0);
   uint64 stamp = 0;
   ASSERT_EQ(v2xmapconv_GetMapDownLastTimestamp(&stamp), 0);
