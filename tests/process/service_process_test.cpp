@@ -1,11 +1,9 @@
 // The service as a process: options, start-up on a working directory,
 // signals, the sockets it opens and how fast it stops.
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <set>
 #include <sstream>
@@ -31,23 +29,43 @@ const char* kUsage =
     " -w workdir     start with workdir,eg: \n"
     "                <v2x_map_convert -w /opt/v2x_service>;\n";
 
-struct OptionCase {
-  std::vector<std::string> args;
-  std::string output;
-};
-
-TEST(ServiceOptions, HelpAndVersionPrintAndExit) {
+// Help, version and the start-ups that are refused end at once (status 0),
+// with exactly this on standard output and standard error.
+TEST(ServiceStart, OptionsAndRefusedStartsEndAtOnce) {
+  TempDir tmp;
+  const std::string log = tmp.file("log/map_conv.log"), longDir = tmp.path() + "/" + std::string(80, 'd');
   const std::string version = "version:map_conv_v230522.001\n";
-  for (const OptionCase& c :
-       std::vector<OptionCase>{{{"-h"}, kUsage}, {{"--help"}, kUsage}, {{"-v"}, version}, {{"--version"}, version}}) {
-    ChildProcess p;
+  const struct {
+    std::vector<std::string> args;
+    std::string out, err;
+    std::string log;  // a line the log must hold, or ""
+  } cases[] = {
+      {{"-h"}, kUsage, "", ""},
+      {{"--help"}, kUsage, "", ""},
+      {{"-v"}, version, "", ""},
+      {{"--version"}, version, "", ""},
+      // A working directory without a configuration.
+      {{"--workdir=" + tmp.path(), "--logfile=" + log},
+       "",
+       "",
+       "v2xcfg_InitContext error " + tmp.path() + "/conf/v2x_map_convert.cfg"},
+      {{"-w", longDir, "-f", log},
+       "",
+       "v2x_map_convert: work directory " + longDir + " is longer than 63 characters, refused; stopping\n",
+       "is longer than 63 characters, refused"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[0]);
     std::vector<std::string> argv = {V2X_SERVICE_BIN};
     argv.insert(argv.end(), c.args.begin(), c.args.end());
-    ASSERT_TRUE(p.start(argv));
-    int st = p.waitExit();
-    ASSERT_TRUE(WIFEXITED(st)) << c.args[0];
-    EXPECT_EQ(WEXITSTATUS(st), 0) << c.args[0];
-    EXPECT_EQ(p.output(), c.output) << c.args[0];
+    std::filesystem::remove(tmp.file("err"));
+    ChildProcess p;
+    ASSERT_TRUE(p.start(argv, {}, tmp.file("err")));
+    const int st = p.waitExit();
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
+    EXPECT_EQ(p.output(), c.out);
+    EXPECT_EQ(readFile(tmp.file("err")), c.err);
+    EXPECT_TRUE(c.log.empty() || readFile(log).find(c.log) != std::string::npos) << c.log;
   }
 }
 
@@ -70,7 +88,7 @@ class ServiceRun : public ::testing::Test {
   const std::string device_ = v2xtest::uniqueDevice("SVC");
 };
 
-TEST_F(ServiceRun, EachStopSignalEndsTheServiceAndIsReported) {
+TEST_F(ServiceRun, StopSignalsAreReportedAndEndTheService) {
   const std::pair<int, const char*> cases[] = {{SIGINT, "Caught SIGINT (1)\n"}, {SIGQUIT, "Caught SIGQUIT (1)\n"}};
   for (const auto& [sig, line] : cases) {
     ChildProcess p;
@@ -78,10 +96,7 @@ TEST_F(ServiceRun, EachStopSignalEndsTheServiceAndIsReported) {
     stop(p, sig);
     EXPECT_EQ(p.output(), std::string("this param error\n") + line);
   }
-}
-
-TEST_F(ServiceRun, TwoSigtermsAreCountedAndTheServiceEnds) {
-  // The second SIGTERM, sent as soon as the first is reported, normally lands
+  // A second SIGTERM, sent as soon as the first is reported, normally lands
   // while the service is still stopping. A run where it had already left
   // proves nothing about the count and is tried again.
   bool sawSecond = false;
@@ -91,9 +106,8 @@ TEST_F(ServiceRun, TwoSigtermsAreCountedAndTheServiceEnds) {
     ASSERT_TRUE(p.signal(SIGTERM));
     ASSERT_TRUE(p.waitForOutput("Caught SIGTERM (1)\n"));
     p.signal(SIGTERM);
-    int st = p.waitExit();
-    ASSERT_TRUE(WIFEXITED(st));
-    EXPECT_EQ(WEXITSTATUS(st), 0);
+    const int st = p.waitExit();
+    ASSERT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
     if (p.output() == "Caught SIGTERM (1)\n") continue;
     EXPECT_EQ(p.output(), "Caught SIGTERM (1)\nCaught SIGTERM (2)\n");
     sawSecond = true;
@@ -102,20 +116,18 @@ TEST_F(ServiceRun, TwoSigtermsAreCountedAndTheServiceEnds) {
   EXPECT_NE(readFile(log()).find("stopping"), std::string::npos);
 }
 
-struct LevelCase {
-  std::vector<std::string> args;
-  bool traces;
-  const char* stderrText;  // expected on standard error, or ""
-};
-
 TEST_F(ServiceRun, StartLogLevel) {
-  const LevelCase cases[] = {
+  const struct {
+    std::vector<std::string> args;
+    bool traces;
+    const char* stderrText;  // expected on standard error, or ""
+  } cases[] = {
       {{}, false, ""},
       {{"-d", "7"}, true, ""},
       {{"--loglevel=7"}, true, ""},
       {{"-d", "9"}, false, "warning: log level 9 is out of range 0-7; the tags log at level 4\n"},
   };
-  for (const LevelCase& c : cases) {
+  for (const auto& c : cases) {
     const std::string name = c.args.empty() ? "default" : c.args.back();
     std::filesystem::remove(log());
     std::filesystem::remove(work_.file("service.err"));
@@ -130,63 +142,28 @@ TEST_F(ServiceRun, StartLogLevel) {
   }
 }
 
-TEST(ServiceStart, WorkDirWithoutConfigurationEndsAtOnce) {
-  TempDir empty;
-  std::string log = empty.file("log/map_conv.log");
-  ChildProcess p;
-  ASSERT_TRUE(p.start({V2X_SERVICE_BIN, "--workdir=" + empty.path(), "--logfile=" + log}));
-  int st = p.waitExit();
-  ASSERT_TRUE(WIFEXITED(st));
-  EXPECT_EQ(WEXITSTATUS(st), 0);
-  EXPECT_NE(readFile(log).find("v2xcfg_InitContext error " + empty.path() + "/conf/v2x_map_convert.cfg"),
-            std::string::npos);
-}
-
-TEST(ServiceStart, TooLongWorkDirIsRefusedOnStandardError) {
-  TempDir tmp;
-  const std::string log = tmp.file("map_conv.log"), err = tmp.file("err");
-  const std::string longDir = tmp.path() + "/" + std::string(80, 'd');
-  ChildProcess p;
-  ASSERT_TRUE(p.start({V2X_SERVICE_BIN, "-w", longDir, "-f", log}, {}, err));
-  int st = p.waitExit();
-  ASSERT_TRUE(WIFEXITED(st));
-  EXPECT_EQ(WEXITSTATUS(st), 0);
-  EXPECT_EQ(readFile(err),
-            "v2x_map_convert: work directory " + longDir + " is longer than 63 characters, refused; stopping\n");
-  EXPECT_NE(readFile(log).find("is longer than 63 characters, refused"), std::string::npos);
-}
-
 // Local address and port of every UDP socket of a process, from /proc.
 std::vector<std::pair<std::string, uint16_t>> udpSockets(pid_t pid) {
   std::set<std::string> inodes;
-  const std::string fdDir = "/proc/" + std::to_string(pid) + "/fd";
-  if (DIR* d = opendir(fdDir.c_str())) {
-    while (const dirent* e = readdir(d)) {
-      char target[64] = {};
-      if (readlink((fdDir + "/" + e->d_name).c_str(), target, sizeof(target) - 1) > 0 &&
-          std::strncmp(target, "socket:[", 8) == 0)
-        inodes.insert(std::string(target + 8, std::strlen(target) - 9));
-    }
-    closedir(d);
+  std::error_code ec;
+  for (const auto& e : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ec)) {
+    const std::string target = std::filesystem::read_symlink(e.path(), ec).string();
+    if (target.rfind("socket:[", 0) == 0) inodes.insert(target.substr(8, target.size() - 9));
   }
   std::vector<std::pair<std::string, uint16_t>> found;
   for (const char* table : {"/proc/net/udp", "/proc/net/udp6"}) {
     std::ifstream in(table);
-    std::string line;
-    std::getline(in, line);  // column names
+    std::string line, column[10];  // column 1: local address and port, column 9: inode
+    std::getline(in, line);        // column names
     while (std::getline(in, line)) {
       std::istringstream f(line);
-      std::string slot, local, remote, state, queues, timer, retr, uid, timeout, inode;
-      f >> slot >> local >> remote >> state >> queues >> timer >> retr >> uid >> timeout >> inode;
-      if (inodes.count(inode) == 0) continue;
+      for (std::string& c : column) f >> c;
+      if (inodes.count(column[9]) == 0) continue;
+      const std::string& local = column[1];
       const size_t colon = local.find(':');
-      const uint16_t port = static_cast<uint16_t>(std::stoul(local.substr(colon + 1), nullptr, 16));
-      std::string addr = "IPv6 " + local.substr(0, colon);
-      if (colon == 8) {
-        in_addr a{static_cast<in_addr_t>(std::stoul(local.substr(0, 8), nullptr, 16))};
-        addr = inet_ntoa(a);
-      }
-      found.emplace_back(addr, port);
+      in_addr v4{static_cast<in_addr_t>(std::stoul(local.substr(0, std::min<size_t>(colon, 8)), nullptr, 16))};
+      found.emplace_back(colon == 8 ? inet_ntoa(v4) : "IPv6 " + local.substr(0, colon),
+                         static_cast<uint16_t>(std::stoul(local.substr(colon + 1), nullptr, 16)));
     }
   }
   return found;
