@@ -14,19 +14,12 @@
 namespace mapdown_test {
 namespace {
 
-Node_t* nodeAt(MapData_t& m, int n) { return n < m.nodes.list.count ? m.nodes.list.array[n] : nullptr; }
-Link_t* linkAt(MapData_t& m, int n, int l) {
-  Node_t* node = nodeAt(m, n);
-  return node != nullptr && node->inLinks != nullptr && l < node->inLinks->list.count ? node->inLinks->list.array[l]
-                                                                                      : nullptr;
-}
-Lane_t* laneAt(MapData_t& m) {
-  Link_t* link = linkAt(m, 0, 0);
-  return link != nullptr && link->lanes.list.count > 0 ? link->lanes.list.array[0] : nullptr;
-}
-int linkCount(MapData_t& m, int n) {
-  Node_t* node = nodeAt(m, n);
-  return node == nullptr || node->inLinks == nullptr ? -1 : node->inLinks->list.count;
+// The first node, its number of links (-1: no list), its first link and that link's first lane.
+Node_t* firstNode(MapData_t& m) { return m.nodes.list.count > 0 ? m.nodes.list.array[0] : nullptr; }
+int linkCount(MapData_t& m) { return firstNode(m) && firstNode(m)->inLinks ? firstNode(m)->inLinks->list.count : -1; }
+Link_t* firstLink(MapData_t& m) { return linkCount(m) > 0 ? firstNode(m)->inLinks->list.array[0] : nullptr; }
+Lane_t* firstLane(MapData_t& m) {
+  return firstLink(m) && firstLink(m)->lanes.list.count > 0 ? firstLink(m)->lanes.list.array[0] : nullptr;
 }
 
 const char* kLink = R"({"upstreamNodeId":{"id":8},"linkWidth":700})";
@@ -96,7 +89,7 @@ const ReachCase kReachCases[] = {
     {"inlinks_absent_node_kept", twoNodes(kNode2, kNode2), 0, 0, "GetInLinksFromNodesJson:Get inLinks item failed!",
      [](MapData_t& m) {
        EXPECT_EQ(m.nodes.list.count, 2);
-       EXPECT_EQ(nodeAt(m, 0)->inLinks, nullptr);
+       EXPECT_EQ(firstNode(m)->inLinks, nullptr);
      }},
     {"second_link_without_width",
      twoNodes(R"({"id":{"id":1},"refPos":{"lon":1,"lat":1},"inLinks":[)" + std::string(kLink) +
@@ -104,36 +97,37 @@ const ReachCase kReachCases[] = {
               kNode2),
      0, 8, "GetInLinksFromNodesJson:GetLinkWidthFromLinkJson return failed!",
      [](MapData_t& m) {
-       EXPECT_EQ(linkCount(m, 0), 1);
+       EXPECT_EQ(linkCount(m), 1);
        EXPECT_EQ(m.nodes.list.count, 2);  // the next node is still read
      }},
     {"first_link_without_upstream", docWithLinks(R"([{"linkWidth":700},)" + std::string(kLink) + "]"), 0, 7,
      "GetUpstreamNodeIdFromLinkJson:Get link->upstreamNodeId item failed!\n"
      "GetInLinksFromNodesJson:GetUpstreamNodeIdFromLinkJson return failed!",
-     [](MapData_t& m) { EXPECT_EQ(linkCount(m, 0), 0); }},
+     [](MapData_t& m) { EXPECT_EQ(linkCount(m), 0); }},
     {"lane_without_id_drops_link", docWithLanes(R"([{"laneId":1},{"laneWidth":300}])"), 0, 9,
-     "GetLaneIdFromLaneJson:Get lan->laneID item error", [](MapData_t& m) { EXPECT_EQ(linkCount(m, 0), 0); }},
+     "GetLaneIdFromLaneJson:Get lan->laneID item error", [](MapData_t& m) { EXPECT_EQ(linkCount(m), 0); }},
     {"link_name_not_text", docWithLanes("[]", R"("name":5,)"), 0, 0,
      "GetNameFromLinkJson:link name is not a text, ignored",
-     [](MapData_t& m) { EXPECT_EQ(linkAt(m, 0, 0)->name, nullptr); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLink(m)->name, nullptr); }},
     {"speed_out_of_range", docWithLanes("[]", R"("speedLimits":[{"type":"truckMaxSpeed","speed":9000}],)"), 0, 10,
      "GetSpeedLimitsFromJson:error: speed out of range",
      [](MapData_t& m) {
-       ASSERT_NE(linkAt(m, 0, 0), nullptr);
-       EXPECT_EQ(linkAt(m, 0, 0)->speedLimits->list.count, 0);
+       ASSERT_NE(firstLink(m), nullptr);
+       EXPECT_EQ(firstLink(m)->speedLimits->list.count, 0);
      }},
     {"second_speed_limit_without_type",
      docWithLanes("[]", R"("speedLimits":[{"type":5,"speed":500},{"speed":1},{"type":5,"speed":2}],)"), 0, 10,
      "GetSpeedLimitsFromJson:Get speedLimit->type item failed!",
-     [](MapData_t& m) { EXPECT_EQ(linkAt(m, 0, 0)->speedLimits->list.count, 1); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLink(m)->speedLimits->list.count, 1); }},
     {"lane_speed_limit_without_speed", docWithLanes(R"([{"laneId":1,"speedLimits":[{"type":5}]}])"), 0, 10,
-     "GetSpeedLimitsFromJson:Get speedLimit->speed item failed!", [](MapData_t& m) { ASSERT_NE(laneAt(m), nullptr); }},
+     "GetSpeedLimitsFromJson:Get speedLimit->speed item failed!",
+     [](MapData_t& m) { ASSERT_NE(firstLane(m), nullptr); }},
     {"movement_phase_256_kept",
      docWithLanes("[]", R"("movements":[{"remoteIntersection":{"id":3},"phaseId":256},{"phaseId":2}],)"), 0, 11,
      "GetPhaseIdFromMovementJson:error: phaseId out of range\n"
      "GetRemoteIntersectionFromMovementJson:Get link->upstreamNodeId item failed!",
      [](MapData_t& m) {
-       MovementList* mv = linkAt(m, 0, 0)->movements;
+       MovementList* mv = firstLink(m)->movements;
        ASSERT_EQ(mv->list.count, 2);
        EXPECT_EQ(*mv->list.array[0]->phaseId, 256);
        EXPECT_EQ(mv->list.array[1]->remoteIntersection.id, 0);
@@ -145,7 +139,7 @@ const ReachCase kReachCases[] = {
      "GetLaneTypeFromLaneAttributesJson:Get laneAttributes->laneType item error\n"
      "GetLaneIdFromConnectingLaneJson:Get laneId item failed!",
      [](MapData_t& m) {
-       Lane_t* lane = laneAt(m);
+       Lane_t* lane = firstLane(m);
        EXPECT_TRUE(lane->laneID == 3 && !lane->laneWidth && !lane->maneuvers && !lane->laneAttributes->shareWith);
        EXPECT_EQ(lane->laneAttributes->laneType.present, LaneTypeAttributes_PR_NOTHING);
        ConnectingLane_t* cl = lane->connectsTo->list.array[0]->connectingLane;
@@ -153,25 +147,25 @@ const ReachCase kReachCases[] = {
      }},
     {"lane_width_40000_kept", docWithLanes(R"([{"laneId":3,"laneWidth":40000}])"), 0, 13,
      "GetLaneWidthFromLaneJson:error: laneWidth out of range",
-     [](MapData_t& m) { EXPECT_EQ(*laneAt(m)->laneWidth, 40000); }},
+     [](MapData_t& m) { EXPECT_EQ(*firstLane(m)->laneWidth, 40000); }},
     {"connection_phase_300_kept",
      docWithLanes(R"([{"laneId":3,"connectsTo":[{"remoteIntersection":{"id":5},"phaseId":300}]}])"), 0, 14,
      "GetPhaseIdFromConnectionJson:error: phaseId out of range",
-     [](MapData_t& m) { EXPECT_EQ(*laneAt(m)->connectsTo->list.array[0]->phaseId, 300); }},
+     [](MapData_t& m) { EXPECT_EQ(*firstLane(m)->connectsTo->list.array[0]->phaseId, 300); }},
     {"connection_without_remote_ends_list",
      docWithLanes(R"([{"laneId":3,"connectsTo":[{"phaseId":1},{"remoteIntersection":{"id":5}}]}])"), 0, 0,
      "GetRemoteIntersectionFromConnectionJson:Get remoteIntersection item failed!",
-     [](MapData_t& m) { EXPECT_EQ(laneAt(m)->connectsTo->list.count, 0); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLane(m)->connectsTo->list.count, 0); }},
     {"link_point_without_lon", docWithLanes("[]", R"("points":[{"lat":1}],)"), 0, 15,
      "GetPointsFromJson:Get points->lon item failed!",
-     [](MapData_t& m) { EXPECT_EQ(linkAt(m, 0, 0)->points->list.count, 0); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLink(m)->points->list.count, 0); }},
     {"lane_second_point_without_lat",
      docWithLanes(R"([{"laneId":1,"points":[{"lon":1,"lat":1},{"lon":1},{"lon":2,"lat":2}]}])"), 0, 16,
      "GetPointsFromJson:Get points->lat item failed!",
-     [](MapData_t& m) { EXPECT_EQ(laneAt(m)->points->list.count, 1); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLane(m)->points->list.count, 1); }},
     {"point_elevation_below_range", docWithLanes(R"([{"laneId":1,"points":[{"lon":116.3,"lat":39.9,"ele":-500}]}])"), 0,
      17, "GetPointsFromJson:error: elevation out of range",
-     [](MapData_t& m) { EXPECT_EQ(laneAt(m)->points->list.count, 0); }},
+     [](MapData_t& m) { EXPECT_EQ(firstLane(m)->points->list.count, 0); }},
     {"later_problem_wins", docWithLanes(R"([{"laneId":1,"laneWidth":-1}])", R"("points":[{"lon":1,"lat":91}],)"), 0, 13,
      "GetPointsFromJson:error: latitude out of range"},
 };
@@ -200,7 +194,7 @@ TEST_F(MapDownTest, EnvelopeAndScaling) {
   EXPECT_TRUE(record_.ack);
   EXPECT_EQ(std::string(record_.seqNum), std::string("0123456789012345678901234567890"));
   EXPECT_EQ(std::string(record_.eTag), std::string(63, 'x'));
-  Node_t* n = nodeAt(frame_.map(), 0);
+  Node_t* n = firstNode(frame_.map());
   EXPECT_EQ(n->refPos.Long, 1163000000);
   EXPECT_EQ(n->refPos.lat, 0);  // truncated toward zero
   EXPECT_EQ(*n->refPos.elevation, 355);
@@ -244,8 +238,8 @@ TEST_F(MapDownTest, BitStringsPerKey) {
   for (const BitCase& c : cases) {
     SCOPED_TRACE(c.lane);
     ASSERT_EQ(read(docWithLanes(std::string(R"([{"laneId":1,)") + c.lane + "}]")), 0);
-    ASSERT_NE(laneAt(frame_.map()), nullptr);
-    BIT_STRING_t* bs = c.field(*laneAt(frame_.map()));
+    ASSERT_NE(firstLane(frame_.map()), nullptr);
+    BIT_STRING_t* bs = c.field(*firstLane(frame_.map()));
     ASSERT_NE(bs, nullptr);
     EXPECT_EQ(std::vector<uint8_t>(bs->buf, bs->buf + bs->size), c.bytes);
     EXPECT_EQ(bs->bits_unused, c.unused);
@@ -254,26 +248,22 @@ TEST_F(MapDownTest, BitStringsPerKey) {
   }
 }
 
-TEST_F(MapDownTest, SpeedLimitTypes) {
+TEST_F(MapDownTest, SpeedLimitTypesAndAbsolutePoints) {
   ASSERT_EQ(
       read(docWithLanes("[]", R"("speedLimits":[{"type":"vehicleMaxSpeed","speed":1},)"
                               R"({"type":"truckMaxSpeed","speed":2},{"type":"vehicleMinSpeed","speed":3},)"
-                              R"({"type":"TruckMaxSpeed","speed":4},{"type":4,"speed":5},{"type":true,"speed":6}],)")),
+                              R"({"type":"TruckMaxSpeed","speed":4},{"type":4,"speed":5},{"type":true,"speed":6}],)"
+                              R"("points":[{"lon":116.3,"lat":39.9},)"
+                              R"({"lon":-0.00000015,"lat":-33.8688197,"ele":-0.19}],)")),
       0);
-  SpeedLimitList* sl = linkAt(frame_.map(), 0, 0)->speedLimits;
+  SpeedLimitList* sl = firstLink(frame_.map())->speedLimits;
   ASSERT_EQ(sl->list.count, 6);
   const long types[] = {5, 8, 0, 0, 4, 0};
   for (int i = 0; i < 6; ++i) {
     EXPECT_EQ(sl->list.array[i]->type, types[i]) << i;
     EXPECT_EQ(sl->list.array[i]->speed, i + 1);
   }
-}
-
-TEST_F(MapDownTest, AbsolutePointValues) {
-  ASSERT_EQ(read(docWithLanes(
-                "[]", R"("points":[{"lon":116.3,"lat":39.9},{"lon":-0.00000015,"lat":-33.8688197,"ele":-0.19}],)")),
-            0);
-  PointList* pl = linkAt(frame_.map(), 0, 0)->points;
+  PointList* pl = firstLink(frame_.map())->points;
   ASSERT_EQ(pl->list.count, 2);
   const PositionOffsetLLV_t& p0 = pl->list.array[0]->posOffset;
   EXPECT_EQ(p0.offsetLL.present, PositionOffsetLL_PR_position_LatLon);
