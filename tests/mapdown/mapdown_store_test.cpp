@@ -155,32 +155,29 @@ TEST_F(StoreTest, FailuresLeaveTheStoredMapAlone) {
   }
 }
 
-// A map directory that cannot be written is not a storage failure: the file
-// service logs it, the record writer logs it, and the slice counts as stored.
-TEST_F(StoreTest, UnwritableDirectoryIsLoggedButNotRefused) {
+// A map directory that cannot be written or is not configured is no storage
+// failure: the record writer logs the first and the slice counts as stored;
+// without one only the eTag is kept, and the working directory is never emptied.
+TEST_F(StoreTest, MissingOrUnwritableMapDirectoryIsNoStorageFailure) {
+  writeFile(dir_ / "keep", "the working directory is never emptied");
   writeFile(dir_ / "blocker", "a file where a directory should be");
-  writeConfig("stored-etag", "blocker/sub");
-  v2xmapconv_ResetCfgForTest();
-  int32 stored = -1;
-  ASSERT_EQ(readAndStore(sample("map_slice1.json"), &stored), 0);
-  EXPECT_EQ(stored, 0);
+  for (const char* configured : {"blocker/sub", ""}) {
+    SCOPED_TRACE(configured);
+    writeConfig("stored-etag", configured);
+    v2xmapconv_ResetCfgForTest();
+    v2xmapconv_MapDownResetForTest();
+    int32 stored = -1;
+    ASSERT_EQ(readAndStore(sample("map_slice1.json"), &stored), 0);
+    EXPECT_EQ(stored, 0);
+  }
+  EXPECT_EQ(storedETag(), "jiading-grid-v2");
+  EXPECT_TRUE(fs::exists(dir_ / "keep"));
+  EXPECT_TRUE(fs::is_empty(mapDir()));
   EXPECT_FALSE(fs::exists(dir_ / "blocker/sub/map0"));
-  std::string log = logText();
+  const std::string log = logText();
   EXPECT_NE(log.find("Error while writing file,name:" + (dir_ / "blocker/sub/mapcfg0").string()), std::string::npos)
       << log;
   EXPECT_EQ(log.find("v2xpub_WriteFileData error"), std::string::npos);
-}
-
-TEST_F(StoreTest, WithoutMapDirectoryOnlyTheETagIsKept) {
-  writeConfig("stored-etag", "");
-  v2xmapconv_ResetCfgForTest();
-  writeFile(dir_ / "keep", "the working directory is never emptied");
-  int32 stored = -1;
-  ASSERT_EQ(readAndStore(sample("map_slice1.json"), &stored), 0);
-  EXPECT_EQ(stored, 0);
-  EXPECT_TRUE(fs::exists(dir_ / "keep"));
-  EXPECT_TRUE(fs::is_empty(mapDir()));
-  EXPECT_EQ(storedETag(), "jiading-grid-v2");
 }
 
 TEST_F(StoreTest, DeleteDirectoryEmptiesWithoutFollowingLinks) {
