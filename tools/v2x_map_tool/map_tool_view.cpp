@@ -1,5 +1,6 @@
 // "view": a map file (cloud JSON, UPER or XER) drawn to scale as one
-// self-contained HTML page, with the faults of a findings file marked in red.
+// self-contained HTML page, with the faults of a findings file (or of the
+// document itself) marked in red.
 #include "map_tool_view.h"
 
 #include <cjson/cJSON.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 
 #include "map_tool.h"
+#include "map_tool_validate.h"
 
 namespace {
 
@@ -85,10 +87,16 @@ int runView(int argc, char** argv) {
   }
 
   maptool::GeoMap map;
-  if (!maptool::loadMap(kName, path, map)) return maptool::kExitBadInput;
-  // The faults to mark: those of the findings file.
+  std::string document;
+  if (!maptool::loadMap(kName, path, map, &document)) return maptool::kExitBadInput;
+  // The faults to mark: those of the findings file, or else, for a cloud
+  // document, what "validate" finds in it.
   std::vector<maptool::MapFault> faults;
-  if (faultsPath != nullptr && !readFaults(faultsPath, faults)) return maptool::kExitBadInput;
+  if (faultsPath != nullptr) {
+    if (!readFaults(faultsPath, faults)) return maptool::kExitBadInput;
+  } else if (!document.empty()) {
+    for (const maptool::Finding& f : maptool::validateDocument(document).findings) faults.push_back({f.path, f.text});
+  }
   opt.title = std::strcmp(path, "-") == 0 ? "map" : std::filesystem::path(path).filename().string();
   const std::string page = maptool::mapPage(map, faults, opt);
   if (!maptool::writeOutput(kName, outPath, std::vector<uint8_t>(page.begin(), page.end()))) {
@@ -113,7 +121,9 @@ V2X_MAP_TOOL_COMMAND(kName, "draw a map (cloud JSON, UPER or XER) as an HTML pag
                      "\n"
                      "  --faults F  mark the findings of F in red and list them: the output of\n"
                      "              \"validate --json\", or a JSON list of {\"path\", \"text\"} with\n"
-                     "              paths such as nodes[0].inLinks[1].lanes[2].laneWidth\n"
+                     "              paths such as nodes[0].inLinks[1].lanes[2].laneWidth; without\n"
+                     "              it a cloud document's own findings (as \"validate\" lists them)\n"
+                     "              are marked\n"
                      "  --size WxH  size of the drawing in pixels (default 1200x900)\n"
                      "\n"
                      "Exit status 0 on success, 1 for an unreadable or refused map or findings\n"
