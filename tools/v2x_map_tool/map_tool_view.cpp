@@ -51,40 +51,27 @@ bool parseSize(const char* text, maptool::PageOptions& opt) {
 }
 
 int runView(int argc, char** argv) {
-  const char* path = nullptr;
   const char* outPath = "-";
   const char* faultsPath = nullptr;
+  const char* size = nullptr;
   maptool::PageOptions opt;
-  for (int i = 1; i < argc; i++) {
-    const bool takesValue =
-        std::strcmp(argv[i], "-o") == 0 || std::strcmp(argv[i], "--faults") == 0 || std::strcmp(argv[i], "--size") == 0;
-    if (takesValue && i + 1 >= argc) {
-      maptool::fail(kName, "%s needs a value (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    }
-    if (std::strcmp(argv[i], "-o") == 0) {
-      outPath = argv[++i];
-    } else if (std::strcmp(argv[i], "--faults") == 0) {
-      faultsPath = argv[++i];
-    } else if (std::strcmp(argv[i], "--size") == 0) {
-      if (!parseSize(argv[++i], opt)) {
-        maptool::fail(kName, "--size takes WIDTHxHEIGHT in pixels, 200 to 10000 each");
-        return maptool::kExitUsage;
-      }
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (path == nullptr) {
-      path = argv[i];
-    } else {
-      maptool::fail(kName, "more than one input file (see --help)");
-      return maptool::kExitUsage;
-    }
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv,
+                          {{"-o", nullptr, &outPath, "a file name"},
+                           {"--faults", nullptr, &faultsPath, "a file name"},
+                           {"--size", nullptr, &size, "WIDTHxHEIGHT"}},
+                          args, 1)) {
+    return maptool::kExitUsage;
   }
-  if (path == nullptr) {
+  if (size != nullptr && !parseSize(size, opt)) {
+    maptool::fail(kName, "--size takes WIDTHxHEIGHT in pixels, 200 to 10000 each");
+    return maptool::kExitUsage;
+  }
+  if (args.empty()) {
     maptool::fail(kName, "no input file (see --help)");
     return maptool::kExitUsage;
   }
+  const char* path = args[0];
 
   maptool::GeoMap map;
   std::string document;
