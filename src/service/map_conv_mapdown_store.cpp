@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -24,7 +25,7 @@ namespace {
 // the last map record written (seconds since the epoch).
 char cur_eTag[64];
 bool del_map_dir_flag = true;
-uint64 g_last_mapdown_timestamp = 0;
+alignas(std::atomic_ref<uint64>::required_alignment) uint64 g_last_mapdown_timestamp = 0;
 
 }  // namespace
 
@@ -159,7 +160,9 @@ int32 v2xmapconv_GetMapDownLastTimestamp(uint64* timeStamp) {
     V2XLOG(&g_curTag, 2, "input param error");
     ret = -2;
   } else {
-    *timeStamp = g_last_mapdown_timestamp;
+    // Written by the map-down callback (one atomic store), read here by the
+    // map data task.
+    *timeStamp = std::atomic_ref<uint64>(g_last_mapdown_timestamp).load();
   }
   V2XLOG_END(&g_curTag, ret);
   return ret;
@@ -170,7 +173,7 @@ void v2xmapconv_MapDownResetForTest(void) {
   resetErrorCode();
   std::memset(cur_eTag, 0, sizeof(cur_eTag));
   del_map_dir_flag = true;
-  g_last_mapdown_timestamp = 0;
+  std::atomic_ref<uint64>(g_last_mapdown_timestamp).store(0);
 }
 #endif
 

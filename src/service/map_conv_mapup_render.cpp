@@ -61,6 +61,39 @@ int listCount(const List* list) {
   return list->list.array != nullptr && list->list.count > 0 ? list->list.count : 0;
 }
 
+// An error line in the name of the writer that called, with its line.
+void logError(const char* text, const char* func, int line) {
+  if (v2xlog_IsEnabled(&g_curTag, 2)) v2xlog_Print(&g_curTag, 2, "%s:%s:%d:%s", __FILE__, func, line, text);
+}
+
+using Attach = bool (*)(cJSON*, const char*, cJSON*);
+
+// What the list writers share: an array with one object per element, filled
+// by fill, attached to obj under key. A missing element (or an object that
+// cannot be made) drops the array; arrayText and elementText are the calling
+// writer's lines for those two failures.
+template <class List, class Fill>
+int32 writeList(cJSON* obj, const char* key, Attach attach, List* list, const char* arrayText, const char* elementText,
+                Fill fill, const char* func = __builtin_FUNCTION(), int line = __builtin_LINE()) {
+  cJSON* array = newArray();
+  if (array == nullptr) {
+    logError(arrayText, func, line);
+    return -2;
+  }
+  for (int i = 0, n = listCount(list); i < n; ++i) {
+    auto* element = list->list.array[i];
+    cJSON* element_json = element != nullptr ? newObject() : nullptr;
+    if (element_json == nullptr) {
+      logError(elementText, func, line);
+      release(array);
+      return -2;
+    }
+    fill(element_json, *element);
+    cJSON_AddItemToArray(array, element_json);
+  }
+  return attach(obj, key, array) ? 0 : -2;
+}
+
 // Length of the last text printed: the next print starts with room for it.
 std::atomic<size_t> g_lastTextLen{0};
 
@@ -158,28 +191,14 @@ int32 AddSpeedLimitsToObject(cJSON* obj, const char* item, SpeedLimitList* speed
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* array_json_obj = newArray();
-  if (array_json_obj == nullptr) {
-    V2XLOG(&g_curTag, 2, "create array_json_obj is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(speedLimits); i < n; ++i) {
-    const RegulatorySpeedLimit_t* limit = speedLimits->list.array[i];
-    cJSON* element_json = limit != nullptr ? newObject() : nullptr;
-    if (element_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create element_json or get speedLimits is null");
-      release(array_json_obj);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
+  auto fill = [](cJSON* element_json, RegulatorySpeedLimit_t& limit) {
     char type[24];
-    const int typeLen = std::snprintf(type, sizeof(type), "%ld", static_cast<long>(limit->type));
+    const int typeLen = std::snprintf(type, sizeof(type), "%ld", static_cast<long>(limit.type));
     addText(element_json, "type", type, static_cast<size_t>(typeLen));
-    addNumber(element_json, "speed", limit->speed);
-    cJSON_AddItemToArray(array_json_obj, element_json);
-  }
-  int32 ret = attachNamed(obj, item, array_json_obj) ? 0 : -2;
+    addNumber(element_json, "speed", limit.speed);
+  };
+  int32 ret = writeList(obj, item, attachNamed, speedLimits, "create array_json_obj is null",
+                        "create element_json or get speedLimits is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -191,26 +210,12 @@ int32 AddPointsToObject(cJSON* obj, const char* item, PointList* points) {
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* array_json_obj = newArray();
-  if (array_json_obj == nullptr) {
-    V2XLOG(&g_curTag, 2, "create array_json_obj is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(points); i < n; ++i) {
-    RoadPoint_t* point = points->list.array[i];
-    cJSON* element_json = point != nullptr ? newObject() : nullptr;
-    if (element_json == nullptr) {
-      // The same text as the speed limits' on purpose: log filters rely on it.
-      V2XLOG(&g_curTag, 2, "create element_json or get speedLimits is null");
-      release(array_json_obj);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    SetPositionOffsetLLVFromStruct(element_json, &point->posOffset);
-    cJSON_AddItemToArray(array_json_obj, element_json);
-  }
-  int32 ret = attachNamed(obj, item, array_json_obj) ? 0 : -2;
+  auto fill = [](cJSON* element_json, RoadPoint_t& point) {
+    SetPositionOffsetLLVFromStruct(element_json, &point.posOffset);
+  };
+  // The same text as the speed limits' on purpose: log filters rely on it.
+  int32 ret = writeList(obj, item, attachNamed, points, "create array_json_obj is null",
+                        "create element_json or get speedLimits is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -222,26 +227,12 @@ int32 AddMovementsToObject(cJSON* obj, const char* item, MovementList* movements
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* array_json_obj = newArray();
-  if (array_json_obj == nullptr) {
-    V2XLOG(&g_curTag, 2, "create array_json_obj is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(movements); i < n; ++i) {
-    Movement_t* movement = movements->list.array[i];
-    cJSON* element_json = movement != nullptr ? newObject() : nullptr;
-    if (element_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create element_json or get speedLimits is null");
-      release(array_json_obj);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    AddNodeReferenceIDToObject(element_json, kRemoteIntersection, &movement->remoteIntersection);
-    if (movement->phaseId != nullptr) addNumber(element_json, "phaseId", *movement->phaseId);
-    cJSON_AddItemToArray(array_json_obj, element_json);
-  }
-  int32 ret = attachNamed(obj, item, array_json_obj) ? 0 : -2;
+  auto fill = [](cJSON* element_json, Movement_t& movement) {
+    AddNodeReferenceIDToObject(element_json, kRemoteIntersection, &movement.remoteIntersection);
+    if (movement.phaseId != nullptr) addNumber(element_json, "phaseId", *movement.phaseId);
+  };
+  int32 ret = writeList(obj, item, attachNamed, movements, "create array_json_obj is null",
+                        "create element_json or get speedLimits is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -333,28 +324,14 @@ int32 AddConnectsToToObject(cJSON* obj, const char* item, ConnectsToList* connec
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* array_json_obj = newArray();
-  if (array_json_obj == nullptr) {
-    V2XLOG(&g_curTag, 2, "create array_json_obj is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(connectsTo); i < n; ++i) {
-    Connection_t* connection = connectsTo->list.array[i];
-    cJSON* element_json = connection != nullptr ? newObject() : nullptr;
-    if (element_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create element_json or get connection pointer is null");
-      release(array_json_obj);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    AddNodeReferenceIDToObject(element_json, kRemoteIntersection, &connection->remoteIntersection);
-    if (connection->connectingLane != nullptr)
-      AddConnectingLaneToObject(element_json, kConnectingLane, connection->connectingLane);
-    if (connection->phaseId != nullptr) addNumber(element_json, "phaseId", *connection->phaseId);
-    cJSON_AddItemToArray(array_json_obj, element_json);
-  }
-  int32 ret = attachNamed(obj, item, array_json_obj) ? 0 : -2;
+  auto fill = [](cJSON* element_json, Connection_t& connection) {
+    AddNodeReferenceIDToObject(element_json, kRemoteIntersection, &connection.remoteIntersection);
+    if (connection.connectingLane != nullptr)
+      AddConnectingLaneToObject(element_json, kConnectingLane, connection.connectingLane);
+    if (connection.phaseId != nullptr) addNumber(element_json, "phaseId", *connection.phaseId);
+  };
+  int32 ret = writeList(obj, item, attachNamed, connectsTo, "create array_json_obj is null",
+                        "create element_json or get connection pointer is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -366,32 +343,17 @@ int32 AddLanesToObject(cJSON* obj, const char* item, LaneList* lanes) {
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* array_json_obj = newArray();
-  if (array_json_obj == nullptr) {
-    V2XLOG(&g_curTag, 2, "create array_json_obj is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(lanes); i < n; ++i) {
-    Lane_t* lane = lanes->list.array[i];
-    cJSON* element_json = lane != nullptr ? newObject() : nullptr;
-    if (element_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create element_json or get lane pointer is null");
-      release(array_json_obj);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    addNumber(element_json, "laneId", lane->laneID);
-    if (lane->laneWidth != nullptr) addNumber(element_json, "laneWidth", *lane->laneWidth);
-    if (lane->laneAttributes != nullptr) AddLaneAttributesToObject(element_json, kLaneAttributes, lane->laneAttributes);
-    if (lane->maneuvers != nullptr)
-      addBytesText(element_json, "maneuvers", lane->maneuvers->buf, lane->maneuvers->size);
-    if (lane->connectsTo != nullptr) AddConnectsToToObject(element_json, kConnectsTo, lane->connectsTo);
-    if (lane->speedLimits != nullptr) AddSpeedLimitsToObject(element_json, kSpeedLimits, lane->speedLimits);
-    if (lane->points != nullptr) AddPointsToObject(element_json, kPoints, lane->points);
-    cJSON_AddItemToArray(array_json_obj, element_json);
-  }
-  int32 ret = attachNamed(obj, item, array_json_obj) ? 0 : -2;
+  auto fill = [](cJSON* element_json, Lane_t& lane) {
+    addNumber(element_json, "laneId", lane.laneID);
+    if (lane.laneWidth != nullptr) addNumber(element_json, "laneWidth", *lane.laneWidth);
+    if (lane.laneAttributes != nullptr) AddLaneAttributesToObject(element_json, kLaneAttributes, lane.laneAttributes);
+    if (lane.maneuvers != nullptr) addBytesText(element_json, "maneuvers", lane.maneuvers->buf, lane.maneuvers->size);
+    if (lane.connectsTo != nullptr) AddConnectsToToObject(element_json, kConnectsTo, lane.connectsTo);
+    if (lane.speedLimits != nullptr) AddSpeedLimitsToObject(element_json, kSpeedLimits, lane.speedLimits);
+    if (lane.points != nullptr) AddPointsToObject(element_json, kPoints, lane.points);
+  };
+  int32 ret = writeList(obj, item, attachNamed, lanes, "create array_json_obj is null",
+                        "create element_json or get lane pointer is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -403,36 +365,22 @@ int32 AddInLinkstoNodeObject(cJSON* obj, LinkList* inLinks) {
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* inlinks_list_json = newArray();
-  if (inlinks_list_json == nullptr) {
-    V2XLOG(&g_curTag, 2, "create inlinks_list_json is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(inLinks); i < n; ++i) {
-    Link_t* link = inLinks->list.array[i];
-    cJSON* link_json = link != nullptr ? newObject() : nullptr;
-    if (link_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create link_json or get link pointer is null");
-      release(inlinks_list_json);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    if (link->name != nullptr) addBytesText(link_json, "name", link->name->buf, link->name->size);
-    AddNodeReferenceIDToObject(link_json, kUpstreamNodeId, &link->upstreamNodeId);
-    if (link->speedLimits != nullptr) AddSpeedLimitsToObject(link_json, kSpeedLimits, link->speedLimits);
-    addNumber(link_json, "linkWidth", link->linkWidth);
+  auto fill = [](cJSON* link_json, Link_t& link) {
+    if (link.name != nullptr) addBytesText(link_json, "name", link.name->buf, link.name->size);
+    AddNodeReferenceIDToObject(link_json, kUpstreamNodeId, &link.upstreamNodeId);
+    if (link.speedLimits != nullptr) AddSpeedLimitsToObject(link_json, kSpeedLimits, link.speedLimits);
+    addNumber(link_json, "linkWidth", link.linkWidth);
     // Movements go with points: the test is on the points, so a link with
     // movements but no points loses them, and one with points but no
     // movements gets no "movements" (the writer refuses the missing list).
-    if (link->points != nullptr) {
-      AddPointsToObject(link_json, kPoints, link->points);
-      AddMovementsToObject(link_json, kMovements, link->movements);
+    if (link.points != nullptr) {
+      AddPointsToObject(link_json, kPoints, link.points);
+      AddMovementsToObject(link_json, kMovements, link.movements);
     }
-    AddLanesToObject(link_json, kLanes, &link->lanes);
-    cJSON_AddItemToArray(inlinks_list_json, link_json);
-  }
-  int32 ret = attachLiteral(obj, "inLinks", inlinks_list_json) ? 0 : -2;
+    AddLanesToObject(link_json, kLanes, &link.lanes);
+  };
+  int32 ret = writeList(obj, "inLinks", attachLiteral, inLinks, "create inlinks_list_json is null",
+                        "create link_json or get link pointer is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }
@@ -444,28 +392,14 @@ int32 AddNodesToMapObject(cJSON* obj, NodeList* nodes) {
     V2XLOG_END(&g_curTag, -2);
     return -2;
   }
-  cJSON* node_list = newArray();
-  if (node_list == nullptr) {
-    V2XLOG(&g_curTag, 2, "create node_list is null");
-    V2XLOG_END(&g_curTag, -2);
-    return -2;
-  }
-  for (int i = 0, n = listCount(nodes); i < n; ++i) {
-    Node_t* node = nodes->list.array[i];
-    cJSON* node_json = node != nullptr ? newObject() : nullptr;
-    if (node_json == nullptr) {
-      V2XLOG(&g_curTag, 2, "create node_json or get node pointer is null");
-      release(node_list);
-      V2XLOG_END(&g_curTag, -2);
-      return -2;
-    }
-    if (node->name != nullptr) addBytesText(node_json, "name", node->name->buf, node->name->size);
-    AddNodeReferenceIDToObject(node_json, kId, &node->id);
-    AddRefPostoNodeObject(node_json, &node->refPos);
-    if (node->inLinks != nullptr) AddInLinkstoNodeObject(node_json, node->inLinks);
-    cJSON_AddItemToArray(node_list, node_json);
-  }
-  int32 ret = attachLiteral(obj, "nodes", node_list) ? 0 : -2;
+  auto fill = [](cJSON* node_json, Node_t& node) {
+    if (node.name != nullptr) addBytesText(node_json, "name", node.name->buf, node.name->size);
+    AddNodeReferenceIDToObject(node_json, kId, &node.id);
+    AddRefPostoNodeObject(node_json, &node.refPos);
+    if (node.inLinks != nullptr) AddInLinkstoNodeObject(node_json, node.inLinks);
+  };
+  int32 ret = writeList(obj, "nodes", attachLiteral, nodes, "create node_list is null",
+                        "create node_json or get node pointer is null", fill);
   V2XLOG_END(&g_curTag, ret);
   return ret;
 }

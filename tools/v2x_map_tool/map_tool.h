@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,22 @@ bool registerCommand(const Command& cmd);
 
 // Prints "v2x_map_tool <cmd>: <message>" on standard error.
 void fail(const char* cmd, const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// One option of a subcommand: a switch (sets *flag) or an option with a value
+// (*value, described by `what` when it is missing: "a file name").
+struct Option {
+  const char* name;
+  bool* flag = nullptr;
+  const char** value = nullptr;
+  const char* what = "a value";
+};
+
+// Reads a subcommand's command line (argv[1] on): the options listed, and any
+// other argument ("-" and negative numbers included) as a positional one, at
+// most maxArgs of them. Usage problems (an unknown option, a missing value,
+// too many arguments) are reported through fail(); false then.
+bool parseArgs(const char* cmd, int argc, char** argv, std::initializer_list<Option> options,
+               std::vector<const char*>& args, size_t maxArgs = SIZE_MAX);
 
 // Whole file (or standard input for "-") into data; false with errno text
 // reported through fail() otherwise.

@@ -202,23 +202,13 @@ bool convertOne(const std::string& path, const fs::path& outDir, const Settings&
 }
 
 int runConvert(int argc, char** argv) {
-  std::vector<std::string> docs;
   const char* outArg = nullptr;
   const char* cfgArg = nullptr;
-  for (int i = 1; i < argc; i++) {
-    if (std::strcmp(argv[i], "-o") == 0 || std::strcmp(argv[i], "--config") == 0) {
-      if (i + 1 >= argc) {
-        maptool::fail(kName, "%s needs a value (see --help)", argv[i]);
-        return maptool::kExitUsage;
-      }
-      (argv[i][1] == 'o' ? outArg : cfgArg) = argv[i + 1];
-      ++i;
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else {
-      docs.emplace_back(argv[i]);
-    }
+  std::vector<const char*> docs;
+  if (!maptool::parseArgs(kName, argc, argv,
+                          {{"-o", nullptr, &outArg, "a directory"}, {"--config", nullptr, &cfgArg, "a file name"}},
+                          docs)) {
+    return maptool::kExitUsage;
   }
   if (docs.empty() || outArg == nullptr) {
     maptool::fail(kName, "%s (see --help)", docs.empty() ? "no document" : "no output directory (-o OUT_DIR)");
@@ -236,7 +226,7 @@ int runConvert(int argc, char** argv) {
   v2xmapconv_InitCfg(work.path().c_str());
 
   bool allStored = true;
-  for (const std::string& doc : docs) allStored = convertOne(doc, outDir, settings) && allStored;
+  for (const char* doc : docs) allStored = convertOne(doc, outDir, settings) && allStored;
   return allStored ? maptool::kExitOk : maptool::kExitBadInput;
 }
 

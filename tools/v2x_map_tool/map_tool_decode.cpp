@@ -1,6 +1,5 @@
 // "decode": a MessageFrame file (UPER or XER, detected) printed as XER or as
 // the codec's text form.
-#include <cstring>
 
 #include "MessageFrame.h"
 #include "map_tool.h"
@@ -11,25 +10,14 @@ namespace {
 constexpr const char* kName = "decode";
 
 int runDecode(int argc, char** argv) {
-  const char* path = nullptr;
   bool text = false;
-  for (int i = 1; i < argc; i++) {
-    if (std::strcmp(argv[i], "--text") == 0) {
-      text = true;
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (path == nullptr) {
-      path = argv[i];
-    } else {
-      maptool::fail(kName, "more than one input file (see --help)");
-      return maptool::kExitUsage;
-    }
-  }
-  if (path == nullptr) {
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv, {{"--text", &text}}, args, 1)) return maptool::kExitUsage;
+  if (args.empty()) {
     maptool::fail(kName, "no input file (see --help)");
     return maptool::kExitUsage;
   }
+  const char* path = args[0];
 
   std::vector<uint8_t> data;
   if (!maptool::readInput(kName, path, data)) return maptool::kExitBadInput;

@@ -4,7 +4,6 @@
 #include <cjson/cJSON.h>
 
 #include <cmath>
-#include <cstring>
 #include <memory>
 
 #include "map_tool.h"
@@ -182,29 +181,16 @@ bool featureCollection(const maptool::GeoMap& map, std::string& out) {
 }
 
 int runGeojson(int argc, char** argv) {
-  const char* path = nullptr;
   const char* outPath = "-";
-  for (int i = 1; i < argc; i++) {
-    if (std::strcmp(argv[i], "-o") == 0) {
-      if (++i >= argc) {
-        maptool::fail(kName, "-o needs a file name (see --help)");
-        return maptool::kExitUsage;
-      }
-      outPath = argv[i];
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (path == nullptr) {
-      path = argv[i];
-    } else {
-      maptool::fail(kName, "more than one input file (see --help)");
-      return maptool::kExitUsage;
-    }
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv, {{"-o", nullptr, &outPath, "a file name"}}, args, 1)) {
+    return maptool::kExitUsage;
   }
-  if (path == nullptr) {
+  if (args.empty()) {
     maptool::fail(kName, "no input file (see --help)");
     return maptool::kExitUsage;
   }
+  const char* path = args[0];
   maptool::GeoMap map;
   if (!maptool::loadMap(kName, path, map)) return maptool::kExitBadInput;
   std::string text;

@@ -86,7 +86,9 @@ bool mapGeometry(const MessageFrame& frame, GeoMap& map);
 // Reads a map file of any of the three forms: a cloud map document (JSON, read
 // with the service's own reader; a bare map body with "nodes" is accepted
 // too), XER or UPER. Problems are reported through fail(); false then.
-bool loadMap(const char* cmd, const std::string& path, GeoMap& map);
+// documentText, when given, receives the text of a whole cloud document (one
+// with "map") and is left empty for the other forms.
+bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText = nullptr);
 
 // "1-101" for region 1, node 101; "101" without a region.
 std::string nodeName(const NodeRef& ref);

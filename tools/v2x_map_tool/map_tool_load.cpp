@@ -22,7 +22,8 @@ bool looksLikeJson(const std::vector<uint8_t>& data) {
 }
 
 // The document's map body read into frame as the service reads it.
-bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>& data, MessageFrame_t* frame) {
+bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>& data, MessageFrame_t* frame,
+                  std::string* documentText) {
   const size_t mark = data.size() >= 3 && data[0] == 0xEF ? 3 : 0;
   const char* end = nullptr;
   cJSON* root =
@@ -33,6 +34,9 @@ bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>
     fail(cmd, "%s: not a JSON object", path.c_str());
     cJSON_Delete(root);
     return false;
+  }
+  if (documentText != nullptr && cJSON_GetObjectItem(root, "map") != nullptr) {
+    documentText->assign(reinterpret_cast<const char*>(data.data()) + mark, data.size() - mark);
   }
   // A bare map body is read as the "map" of a document.
   if (cJSON_GetObjectItem(root, "map") == nullptr && cJSON_GetObjectItem(root, "nodes") != nullptr) {
@@ -58,7 +62,7 @@ bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>
 
 }  // namespace
 
-bool loadMap(const char* cmd, const std::string& path, GeoMap& map) {
+bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText) {
   std::vector<uint8_t> data;
   if (!readInput(cmd, path, data)) return false;
   void* handle = nullptr;
@@ -68,7 +72,7 @@ bool loadMap(const char* cmd, const std::string& path, GeoMap& map) {
       fail(cmd, "no memory for a frame");
       return false;
     }
-    ok = readDocument(cmd, path, data, static_cast<MessageFrame_t*>(handle));
+    ok = readDocument(cmd, path, data, static_cast<MessageFrame_t*>(handle), documentText);
   } else {
     ok = decodeFrame(cmd, path, data, looksLikeXml(data), &handle);
   }

@@ -1,5 +1,6 @@
 // v2x_map_tool entry: global options, the subcommand table and shared file helpers.
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -52,6 +53,35 @@ void fail(const char* cmd, const char* fmt, ...) {
   std::vsnprintf(text, sizeof(text), fmt, ap);
   va_end(ap);
   std::fprintf(stderr, "v2x_map_tool %s: %s\n", cmd, text);
+}
+
+bool parseArgs(const char* cmd, int argc, char** argv, std::initializer_list<Option> options,
+               std::vector<const char*>& args, size_t maxArgs) {
+  for (int i = 1; i < argc; i++) {
+    const char* arg = argv[i];
+    const Option* option = nullptr;
+    for (const Option& o : options) {
+      if (std::strcmp(arg, o.name) == 0) option = &o;
+    }
+    if (option != nullptr && option->flag != nullptr) {
+      *option->flag = true;
+    } else if (option != nullptr) {
+      if (i + 1 >= argc) {
+        fail(cmd, "%s needs %s (see --help)", arg, option->what);
+        return false;
+      }
+      *option->value = argv[++i];
+    } else if (arg[0] == '-' && arg[1] != '\0' && !std::isdigit(static_cast<unsigned char>(arg[1])) && arg[1] != '.') {
+      fail(cmd, "unknown option %s (see --help)", arg);
+      return false;
+    } else if (args.size() < maxArgs) {
+      args.push_back(arg);
+    } else {
+      fail(cmd, "%s (see --help)", maxArgs == 1 ? "more than one input file" : "too many arguments");
+      return false;
+    }
+  }
+  return true;
 }
 
 bool readInput(const char* cmd, const std::string& path, std::vector<uint8_t>& data) {

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "map_tool.h"
 #include "v2xapp_gbmap_match.h"
@@ -20,11 +19,6 @@ bool parseDegrees(const char* text, double& value) {
   errno = 0;
   value = std::strtod(text, &end);
   return end != text && *end == '\0' && errno == 0 && std::isfinite(value);
-}
-
-bool isNumber(const char* text) {
-  double ignored = 0.0;
-  return parseDegrees(text, ignored);
 }
 
 // The id of the lane at the result's indexes.
@@ -46,23 +40,11 @@ int32_t matchPrepared(void* map, const c_pos3D_t& veh, MapSearch_t& at) {
 
 int runMatch(int argc, char** argv) {
   bool prepared = false;
-  const char* args[3] = {};
-  int given = 0;
-  for (int i = 1; i < argc; i++) {
-    if (std::strcmp(argv[i], "--prepared") == 0) {
-      prepared = true;
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0' && !isNumber(argv[i])) {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (given < 3) {
-      args[given++] = argv[i];
-    } else {
-      maptool::fail(kName, "too many arguments (see --help)");
-      return maptool::kExitUsage;
-    }
-  }
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv, {{"--prepared", &prepared}}, args, 3)) return maptool::kExitUsage;
   c_pos3D_t veh{};
-  if (given < 3 || !parseDegrees(args[1], veh.lat) || !parseDegrees(args[2], veh.lon) || std::fabs(veh.lat) > 90.0) {
+  if (args.size() < 3 || !parseDegrees(args[1], veh.lat) || !parseDegrees(args[2], veh.lon) ||
+      std::fabs(veh.lat) > 90.0) {
     maptool::fail(kName, "needs FILE LAT LON, latitude within +-90 degrees (see --help)");
     return maptool::kExitUsage;
   }

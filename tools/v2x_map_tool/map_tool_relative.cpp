@@ -34,28 +34,13 @@ int absolutePoints(const MessageFrame_t& frame) {
 }
 
 int runRelative(int argc, char** argv) {
-  const char* path = nullptr;
   const char* outPath = nullptr;
   bool xer = false;
-  for (int i = 1; i < argc; i++) {
-    if (std::strcmp(argv[i], "-o") == 0) {
-      if (i + 1 >= argc) {
-        maptool::fail(kName, "-o needs a file name (see --help)");
-        return maptool::kExitUsage;
-      }
-      outPath = argv[++i];
-    } else if (std::strcmp(argv[i], "--xer") == 0) {
-      xer = true;
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (path == nullptr) {
-      path = argv[i];
-    } else {
-      maptool::fail(kName, "more than one input file (see --help)");
-      return maptool::kExitUsage;
-    }
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv, {{"-o", nullptr, &outPath, "a file name"}, {"--xer", &xer}}, args, 1)) {
+    return maptool::kExitUsage;
   }
+  const char* path = args.empty() ? nullptr : args[0];
   if (path == nullptr || outPath == nullptr) {
     maptool::fail(kName, "%s (see --help)", path == nullptr ? "no input file" : "no output file (-o OUT)");
     return maptool::kExitUsage;

@@ -345,23 +345,14 @@ void printJson(const std::string& name, const Validation& v) {
 
 int runValidate(int argc, char** argv) {
   bool json = false;
-  std::vector<std::string> docs;
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--json") == 0) {
-      json = true;
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      fail(kName, "unknown option %s (see --help)", argv[i]);
-      return kExitUsage;
-    } else {
-      docs.emplace_back(argv[i]);
-    }
-  }
+  std::vector<const char*> docs;
+  if (!parseArgs(kName, argc, argv, {{"--json", &json}}, docs)) return kExitUsage;
   if (docs.empty()) {
     fail(kName, "no document (see --help)");
     return kExitUsage;
   }
   int status = kExitOk;
-  for (const std::string& doc : docs) {
+  for (const char* doc : docs) {
     std::vector<uint8_t> data;
     if (!readInput(kName, doc, data)) {
       status = kExitUsage;

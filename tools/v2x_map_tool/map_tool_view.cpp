@@ -1,5 +1,6 @@
 // "view": a map file (cloud JSON, UPER or XER) drawn to scale as one
-// self-contained HTML page, with the faults of a findings file marked in red.
+// self-contained HTML page, with the faults of a findings file (or of the
+// document itself) marked in red.
 #include "map_tool_view.h"
 
 #include <cjson/cJSON.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 
 #include "map_tool.h"
+#include "map_tool_validate.h"
 
 namespace {
 
@@ -49,46 +51,39 @@ bool parseSize(const char* text, maptool::PageOptions& opt) {
 }
 
 int runView(int argc, char** argv) {
-  const char* path = nullptr;
   const char* outPath = "-";
   const char* faultsPath = nullptr;
+  const char* size = nullptr;
   maptool::PageOptions opt;
-  for (int i = 1; i < argc; i++) {
-    const bool takesValue =
-        std::strcmp(argv[i], "-o") == 0 || std::strcmp(argv[i], "--faults") == 0 || std::strcmp(argv[i], "--size") == 0;
-    if (takesValue && i + 1 >= argc) {
-      maptool::fail(kName, "%s needs a value (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    }
-    if (std::strcmp(argv[i], "-o") == 0) {
-      outPath = argv[++i];
-    } else if (std::strcmp(argv[i], "--faults") == 0) {
-      faultsPath = argv[++i];
-    } else if (std::strcmp(argv[i], "--size") == 0) {
-      if (!parseSize(argv[++i], opt)) {
-        maptool::fail(kName, "--size takes WIDTHxHEIGHT in pixels, 200 to 10000 each");
-        return maptool::kExitUsage;
-      }
-    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-      maptool::fail(kName, "unknown option %s (see --help)", argv[i]);
-      return maptool::kExitUsage;
-    } else if (path == nullptr) {
-      path = argv[i];
-    } else {
-      maptool::fail(kName, "more than one input file (see --help)");
-      return maptool::kExitUsage;
-    }
+  std::vector<const char*> args;
+  if (!maptool::parseArgs(kName, argc, argv,
+                          {{"-o", nullptr, &outPath, "a file name"},
+                           {"--faults", nullptr, &faultsPath, "a file name"},
+                           {"--size", nullptr, &size, "WIDTHxHEIGHT"}},
+                          args, 1)) {
+    return maptool::kExitUsage;
   }
-  if (path == nullptr) {
+  if (size != nullptr && !parseSize(size, opt)) {
+    maptool::fail(kName, "--size takes WIDTHxHEIGHT in pixels, 200 to 10000 each");
+    return maptool::kExitUsage;
+  }
+  if (args.empty()) {
     maptool::fail(kName, "no input file (see --help)");
     return maptool::kExitUsage;
   }
+  const char* path = args[0];
 
   maptool::GeoMap map;
-  if (!maptool::loadMap(kName, path, map)) return maptool::kExitBadInput;
-  // The faults to mark: those of the findings file.
+  std::string document;
+  if (!maptool::loadMap(kName, path, map, &document)) return maptool::kExitBadInput;
+  // The faults to mark: those of the findings file, or else, for a cloud
+  // document, what "validate" finds in it.
   std::vector<maptool::MapFault> faults;
-  if (faultsPath != nullptr && !readFaults(faultsPath, faults)) return maptool::kExitBadInput;
+  if (faultsPath != nullptr) {
+    if (!readFaults(faultsPath, faults)) return maptool::kExitBadInput;
+  } else if (!document.empty()) {
+    for (const maptool::Finding& f : maptool::validateDocument(document).findings) faults.push_back({f.path, f.text});
+  }
   opt.title = std::strcmp(path, "-") == 0 ? "map" : std::filesystem::path(path).filename().string();
   const std::string page = maptool::mapPage(map, faults, opt);
   if (!maptool::writeOutput(kName, outPath, std::vector<uint8_t>(page.begin(), page.end()))) {
@@ -113,7 +108,9 @@ V2X_MAP_TOOL_COMMAND(kName, "draw a map (cloud JSON, UPER or XER) as an HTML pag
                      "\n"
                      "  --faults F  mark the findings of F in red and list them: the output of\n"
                      "              \"validate --json\", or a JSON list of {\"path\", \"text\"} with\n"
-                     "              paths such as nodes[0].inLinks[1].lanes[2].laneWidth\n"
+                     "              paths such as nodes[0].inLinks[1].lanes[2].laneWidth; without\n"
+                     "              it a cloud document's own findings (as \"validate\" lists them)\n"
+                     "              are marked\n"
                      "  --size WxH  size of the drawing in pixels (default 1200x900)\n"
                      "\n"
                      "Exit status 0 on success, 1 for an unreadable or refused map or findings\n"
