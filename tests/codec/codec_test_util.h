@@ -1,5 +1,6 @@
 // Shared helpers of the codec tests: reference vectors, hex, a bit writer for
-// expected encodings, frame builders and value comparison through XER.
+// expected encodings, frame builders, value comparison through XER, and
+// v2x_map_tool as a process.
 #ifndef CODEC_TEST_UTIL_H
 #define CODEC_TEST_UTIL_H
 
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "MessageFrame.h"
+#include "test_process.h"
 #include "v2x_asn_codec.h"
 
 namespace codectest {
@@ -143,6 +145,33 @@ inline MessageFrame_t* newMap(long msgCnt, long nodeId, long lat, long lon) {
   n->refPos.lat = lat;
   n->refPos.Long = lon;
   return f;
+}
+
+// Every lat/lon offset alternative is {lon, lat} at the same place.
+inline void setLL(PositionOffsetLL_t& ll, PositionOffsetLL_PR present, long lon, long lat) {
+  ll.present = present;
+  ll.choice.position_LL1.lon = lon;
+  ll.choice.position_LL1.lat = lat;
+}
+
+struct ToolRun {
+  int status = -1;
+  std::string out, err;
+};
+
+// v2x_map_tool with args; standard error through a file in dir.
+inline ToolRun runTool(const v2xtest::TempDir& dir, std::vector<std::string> args) {
+  args.insert(args.begin(), V2X_BINARY_DIR "/tools/v2x_map_tool/v2x_map_tool");
+  const std::string errFile = dir.file("tool.err");
+  std::remove(errFile.c_str());
+  v2xtest::ChildProcess tool;
+  ToolRun r;
+  if (!tool.start(args, {}, errFile)) return r;
+  const int st = tool.waitExit(std::chrono::seconds(60));
+  r.status = st >= 0 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  r.out = tool.output();
+  r.err = v2xtest::readFile(errFile);
+  return r;
 }
 
 }  // namespace codectest

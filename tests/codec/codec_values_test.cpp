@@ -9,20 +9,6 @@ using namespace codectest;
 
 namespace {
 
-void setLL(PositionOffsetLL_t& ll, PositionOffsetLL_PR present, long lon, long lat) {
-  ll.present = present;
-  switch (present) {
-    case PositionOffsetLL_PR_position_LL1: ll.choice.position_LL1 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LL2: ll.choice.position_LL2 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LL3: ll.choice.position_LL3 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LL4: ll.choice.position_LL4 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LL5: ll.choice.position_LL5 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LL6: ll.choice.position_LL6 = {lon, lat, {}}; break;
-    case PositionOffsetLL_PR_position_LatLon: ll.choice.position_LatLon = {lon, lat, {}}; break;
-    default: break;
-  }
-}
-
 // Offset alternative i is paired with vertical alternative i: both ends of
 // each encode to index and widths exactly, one past an end is refused.
 TEST(CodecValues, EveryOffsetAlternativeHasItsIndexAndWidths) {

@@ -9,11 +9,8 @@
 #include <fstream>
 
 #include "codec_test_util.h"
-#include "mapview_test_util.h"
 
 using namespace codectest;
-using mapviewtest::runTool;
-using mapviewtest::ToolRun;
 
 namespace {
 
@@ -38,42 +35,14 @@ constexpr PointCase kPoints[] = {
 };
 
 void setPoint(PositionOffsetLLV_t& o, const PointCase& c) {
-#define V2X_SET_LL(alt)                \
-  case PositionOffsetLL_PR_##alt:      \
-    o.offsetLL.choice.alt.lon = c.lon; \
-    o.offsetLL.choice.alt.lat = c.lat; \
-    break;
-#define V2X_SET_V(alt) \
-  case VerticalOffset_PR_##alt: o.offsetV->choice.alt = c.dv; break;
-  o.offsetLL.present = c.ll;
-  switch (c.ll) {
-    V2X_SET_LL(position_LL1)
-    V2X_SET_LL(position_LL2)
-    V2X_SET_LL(position_LL3)
-    V2X_SET_LL(position_LL4)
-    V2X_SET_LL(position_LL5)
-    V2X_SET_LL(position_LL6)
-    V2X_SET_LL(position_LatLon)
-    default: break;
-  }
+  setLL(o.offsetLL, c.ll, c.lon, c.lat);
   o.offsetV = make<VerticalOffset_t>();
   o.offsetV->present = c.v;
-  switch (c.v) {
-    V2X_SET_V(offset1)
-    V2X_SET_V(offset2)
-    V2X_SET_V(offset3)
-    V2X_SET_V(offset4)
-    V2X_SET_V(offset5)
-    V2X_SET_V(offset6)
-    V2X_SET_V(elevation)
-    default: break;
-  }
-#undef V2X_SET_LL
-#undef V2X_SET_V
+  o.offsetV->choice.offset1 = c.dv;  // every vertical alternative is one integer at the same place
 }
 
-// Node 3-7 "Test Rd" with one link from node 8 and one bike lane whose points
-// are kPoints.
+// Node 3-7 "Test Rd" with one named link from node 8 and one bike lane whose
+// points are kPoints.
 MessageFrame_t* testFrame() {
   MessageFrame_t* f = newMap(1, 7, kRefLat, kRefLon);
   Node_t* n = f->choice.mapFrame.nodes.list.array[0];

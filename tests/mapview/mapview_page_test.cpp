@@ -10,10 +10,10 @@
 #include <cstdlib>
 #include <regex>
 
-#include "mapview_test_util.h"
+#include "codec_test_util.h"
 
-using mapviewtest::runTool;
-using mapviewtest::ToolRun;
+using codectest::runTool;
+using codectest::ToolRun;
 
 namespace {
 
