@@ -2,46 +2,23 @@
 // operators and other programs rely on.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 #include "codec_test_util.h"
+#include "maplib_test_util.h"
 #include "v2xapp_gbmap.h"
-#include "v2xlog.h"
-
-extern "C" int gbmap_c_round_trip(uint32_t msgCnt, uint32_t* out);
 
 using namespace codectest;
+using maplibtest::LogCapture;
 
 namespace {
 
-class GBMap : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    logPath_ = ::testing::TempDir() + "gbmap_test.log";
-    std::remove(logPath_.c_str());
-    ASSERT_EQ(v2xlog_Init(logPath_.c_str(), "TEST", 1, 0, 0), 0);
-    v2xlog_SetAllTagLevel(7);
-  }
-  void SetUp() override { logStart_ = logText().size(); }
-  // True when the lines written since SetUp contain every fragment.
-  void expectLogged(std::initializer_list<const char*> fragments) const {
-    const std::string log = logText().substr(logStart_);
-    for (const char* f : fragments) EXPECT_NE(log.find(f), std::string::npos) << f << " in\n" << log;
-  }
-  static std::string logText() {
-    v2xlog_Flush();
-    std::ifstream in(logPath_);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
-  static std::string logPath_;
-  size_t logStart_ = 0;
-};
-std::string GBMap::logPath_;
+// Fails the test unless every fragment is among the lines logged since the mark.
+void expectLogged(const LogCapture& log, std::initializer_list<const char*> fragments) {
+  const std::string text = log.since();
+  for (const char* f : fragments) EXPECT_NE(text.find(f), std::string::npos) << f << " in\n" << text;
+}
 
-TEST_F(GBMap, LifeCycleCountersAndTimeStamp) {
+TEST(GBMap, LifeCycleCountersAndTimeStamp) {
+  LogCapture log;
   V2XAPP_GBMHANDLE map = nullptr;
   ASSERT_EQ(v2xapp_GBMapStrInit(&map), 0);
   ASSERT_NE(map, nullptr);
@@ -69,27 +46,29 @@ TEST_F(GBMap, LifeCycleCountersAndTimeStamp) {
   EXPECT_EQ(map, nullptr);
   EXPECT_EQ(v2xapp_GBMapStrDel(&map), -2);  // no double free
 
-  expectLogged({"[GMAP][TRACE] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapStrInit:", ":v2xapp_GBMapStrInit start \n",
-                "v2xapp_GBMapStrInit end,ret=0", "v2xapp_GBMapGetMsgCnt:", "v2xapp_GBMapSetMsgCnt end ret=0",
-                "v2xapp_GBMapGetTimStamp end ret=-3", "v2xapp_GBMapSetTimStamp end ret=0",
-                "[GMAP][INFO] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapStrDel:", ":ASN_STRUCT_FREE\n",
-                "v2xapp_GBMapStrDel end ret=-2"});
-  EXPECT_EQ(logText().find("v2xapp_GBMapGetMsgCnt start"), std::string::npos);  // traced as the setter
+  expectLogged(log, {"[GMAP][TRACE] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapStrInit:", ":v2xapp_GBMapStrInit start \n",
+                     "v2xapp_GBMapStrInit end,ret=0", "v2xapp_GBMapGetMsgCnt:", "v2xapp_GBMapSetMsgCnt end ret=0",
+                     "v2xapp_GBMapGetTimStamp end ret=-3", "v2xapp_GBMapSetTimStamp end ret=0",
+                     "[GMAP][INFO] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapStrDel:", ":ASN_STRUCT_FREE\n",
+                     "v2xapp_GBMapStrDel end ret=-2"});
+  EXPECT_EQ(log.since().find("v2xapp_GBMapGetMsgCnt start"), std::string::npos);  // traced as the setter
 }
 
-TEST_F(GBMap, EmptyMapIsRefusedByTheEncoder) {
+TEST(GBMap, EmptyMapIsRefusedByTheEncoder) {
+  LogCapture log;
   V2XAPP_GBMHANDLE map = nullptr;
   ASSERT_EQ(v2xapp_GBMapStrInit(&map), 0);
   uint8_t buf[64];
   uint32_t len = sizeof(buf);
   EXPECT_EQ(v2xapp_GBMapUperEncode(map, buf, &len), -3);
   EXPECT_EQ(len, sizeof(buf));
-  expectLogged({"[GMAP][NOTE] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapUperEncode:",
-                ":ret_val.failed_type->name = NodeList\n", "v2xapp_GBMapUperEncode end,ret=-3"});
+  expectLogged(log, {"[GMAP][NOTE] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapUperEncode:",
+                     ":ret_val.failed_type->name = NodeList\n", "v2xapp_GBMapUperEncode end,ret=-3"});
   v2xapp_GBMapStrDel(&map);
 }
 
-TEST_F(GBMap, UperAndXerRoundTripsAndShortBuffer) {
+TEST(GBMap, UperAndXerRoundTripsAndShortBuffer) {
+  LogCapture log;
   Bytes map = fromHex(kMap528);
   V2XAPP_GBMHANDLE frame = nullptr;
   ASSERT_EQ(v2xapp_GBMapUperDecode(&frame, map.data(), static_cast<uint32_t>(map.size())), 0);
@@ -109,33 +88,28 @@ TEST_F(GBMap, UperAndXerRoundTripsAndShortBuffer) {
   len = static_cast<uint32_t>(out.size());
   ASSERT_EQ(v2xapp_GBMapUperEncode(fromXml, out.data(), &len), 0);
   EXPECT_EQ(out, map);
-  expectLogged({"v2xapp_GBMapUperDecode end,ret=0", "v2xapp_GBMapXerDecode end,ret=0"});
+  expectLogged(log, {"v2xapp_GBMapUperDecode end,ret=0", "v2xapp_GBMapXerDecode end,ret=0"});
   v2xapp_GBMapStrDel(&frame);
   v2xapp_GBMapStrDel(&fromXml);
 }
 
-TEST_F(GBMap, BadInputFailsWithTheDecodersCode) {
+TEST(GBMap, BadInputFailsWithTheDecodersCode) {
+  LogCapture log;
   Bytes map = fromHex(kMap528);
   for (uint32_t length : {100U, 0U}) {  // truncated, empty
     SCOPED_TRACE(length);
-    logStart_ = logText().size();
+    log.mark();
     V2XAPP_GBMHANDLE frame = nullptr;
     EXPECT_EQ(v2xapp_GBMapUperDecode(&frame, map.data(), length), -2);
-    expectLogged({"[GMAP][ERR] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapUperDecode:",
-                  ":asn_decode error retVal.code= 1 retVal.consumed=0\n", "v2xapp_GBMapUperDecode end,ret=-2"});
+    expectLogged(log, {"[GMAP][ERR] src/maplib/v2xapp_gbmap.cpp:v2xapp_GBMapUperDecode:",
+                       ":asn_decode error retVal.code= 1 retVal.consumed=0\n", "v2xapp_GBMapUperDecode end,ret=-2"});
     v2xapp_GBMapStrDel(&frame);  // frees whatever the decoder had built
   }
   V2XAPP_GBMHANDLE frame = nullptr;
   uint8_t xml[] = "<MessageFrame><mapFrame><msgCnt>1</msgCnt>";
   EXPECT_EQ(v2xapp_GBMapXerDecode(&frame, xml, sizeof(xml) - 1), -2);
-  expectLogged({"v2xapp_GBMapXerDecode end,ret=-2"});
+  expectLogged(log, {"v2xapp_GBMapXerDecode end,ret=-2"});
   v2xapp_GBMapStrDel(&frame);
-}
-
-TEST_F(GBMap, HeaderWorksFromC) {
-  uint32_t out = 0;
-  EXPECT_EQ(gbmap_c_round_trip(77, &out), 0);
-  EXPECT_EQ(out, 77U);
 }
 
 }  // namespace
