@@ -105,28 +105,6 @@ TEST(CodecValues, VehicleBitsOutsideTheRootUseTheExtensionForm) {
   }
 }
 
-// The reference vectors carry every optional member except these two.
-TEST(CodecValues, LinkNameAndLaneSpeedLimitsRoundTrip) {
-  Frame f(newMap(1, 1, 397870006, 1165119042));
-  Node_t* node = f.map().nodes.list.array[0];
-  node->inLinks = make<LinkList>();
-  Link_t* link = add(*node->inLinks, make<Link_t>());
-  link->upstreamNodeId.id = 2;
-  link->linkWidth = 350;
-  Lane_t* lane = add(link->lanes, make<Lane_t>());
-
-  link->name = make<DescriptiveName_t>();
-  OCTET_STRING_fromBuf(link->name, "West approach ~", -1);
-  lane->speedLimits = make<SpeedLimitList>();
-  RegulatorySpeedLimit_t* s = add(*lane->speedLimits, make<RegulatorySpeedLimit_t>());
-  s->type = SpeedLimitType_vehiclesWithTrailersNightMaxSpeed;
-  s->speed = 8191;
-  Bytes bytes = encode(asn_DEF_MessageFrame, f.p);
-  Frame back;
-  ASSERT_EQ(decode(bytes, back).code, RC_OK) << v2x_asn_last_error();
-  EXPECT_EQ(xer(back.p), xer(f.p));
-}
-
 TEST(CodecValues, ExtensionContainerFrameRoundTrips) {
   Frame f(make<MessageFrame_t>());
   f->present = MessageFrame_PR_msgFrameExt;

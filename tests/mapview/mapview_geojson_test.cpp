@@ -52,6 +52,8 @@ MessageFrame_t* testFrame() {
   OCTET_STRING_fromBuf(n->name, "Test Rd", -1);
   n->inLinks = make<LinkList>();
   Link_t* link = add(*n->inLinks, make<Link_t>());
+  link->name = make<DescriptiveName_t>();  // with the lane's speed limits: not in the reference vectors
+  OCTET_STRING_fromBuf(link->name, "West approach ~", -1);
   link->upstreamNodeId.id = 8;
   link->linkWidth = 700;
   link->points = make<PointList>();
@@ -125,14 +127,14 @@ TEST(MapViewGeojson, EveryOffsetChoiceLandsWhereTheCodecPutsIt) {
   EXPECT_EQ(print(node), R"({"type":"Feature","geometry":{"type":"Point","coordinates":[121,31,5]},)"
                          R"("properties":{"kind":"node","nodeId":7,"region":3,"name":"Test Rd","linkCount":1}})");
   EXPECT_EQ(print(props(link)),
-            R"({"kind":"link","nodeId":7,"linkIndex":0,"region":3,"upstreamNode":{"id":8},"linkWidth":700,)"
+            R"({"kind":"link","nodeId":7,"linkIndex":0,"region":3,"name":"West approach ~","upstreamNode":{"id":8},)"
+            R"("linkWidth":700,)"
             R"("laneCount":1})");
   EXPECT_EQ(print(props(lane)),
             R"({"kind":"lane","nodeId":7,"linkIndex":0,"laneId":4,"region":3,"laneWidth":300,"laneType":"bikeLane",)"
             R"("laneAttributes":["pedestrianUseAllowed"],"maneuvers":["maneuverStraightAllowed",)"
             R"("maneuverLeftAllowed","reserved1"],"connectsTo":[{"remoteNode":{"id":9},"laneId":2,"phaseId":5}],)"
             R"("speedLimits":[{"type":"vehicleMaxSpeed","speed":833,"kmh":60}]})");
-  EXPECT_STREQ(kind(link), "link");
   EXPECT_EQ(cJSON_GetArraySize(coords(link)), 2);
 
   const cJSON* points = coords(lane);
