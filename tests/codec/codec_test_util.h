@@ -100,9 +100,8 @@ struct Frame {
   MapData_t& map() const { return p->choice.mapFrame; }
 };
 
-inline asn_dec_rval_t decode(const Bytes& b, Frame& f) {
-  return asn_decode(nullptr, ATS_UNALIGNED_BASIC_PER, &asn_DEF_MessageFrame, reinterpret_cast<void**>(&f.p), b.data(),
-                    b.size());
+inline asn_dec_rval_t decode(const Bytes& b, Frame& f, asn_transfer_syntax ats = ATS_UNALIGNED_BASIC_PER) {
+  return asn_decode(nullptr, ats, &asn_DEF_MessageFrame, reinterpret_cast<void**>(&f.p), b.data(), b.size());
 }
 
 // Zero-filled record of T, as the tree's free operation expects.
