@@ -167,30 +167,29 @@ TEST(BuildAndQuery, ReadsOutsideAListGiveCodesNotData) {
   uint8_t u8 = 0;
   uint16_t region = 4321, id = 0;
   v2xapp_gbMsg_PosStr_t pt{};
-  struct Case {
+  struct Case {  // calls made in order
     const char* what;
-    std::function<int32_t()> call;
-    int32_t want;
+    int32_t got, want;
   } cases[] = {
-      {"node past the end", [&] { return v2xapp_GBMapGetNodeByIndex(m.map, 1, &h); }, -3},
-      {"link of a node without links", [&] { return v2xapp_GBMapNodeGetLinkByIndex(lonely, 0, &none); }, -2},
-      {"speed limit handle, no list", [&] { return v2xapp_GBMapLinkGetSpeedLimitByIndex(noLists, 0, &h); }, -3},
-      {"speed limit handle past the end", [&] { return v2xapp_GBMapLinkGetSpeedLimitByIndex(m.link, 2, &h); }, -4},
-      {"link speed limit, no list", [&] { return v2xapp_GBMapGetLinkSpeedLimits(noLists, 0, &s16, &s16b); }, -2},
-      {"link speed limit at the count", [&] { return v2xapp_GBMapGetLinkSpeedLimits(m.link, 2, &s16, &s16b); }, -3},
-      {"lane speed limit, no list", [&] { return v2xapp_GBMapGetLaneSpeedLimits(bare, 0, &s8, &s16); }, -3},
-      {"lane speed limit at the count", [&] { return v2xapp_GBMapGetLaneSpeedLimits(m.lane, 1, &s8, &s16); }, -4},
-      {"connection phase at the count", [&] { return v2xapp_GBMapGetConnectToPhaseId(m.lane, 1, &has, &s16); }, -4},
-      {"connection, no list", [&] { return v2xapp_GBMapGetConnectToPhaseId(bare, 0, &has, &s16); }, -3},
-      {"movement at the count", [&] { return v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(m.link, 1, &has, &u8); }, -4},
-      {"movement above", [&] { return v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(m.link, 2, &has, &u8); }, -3},
-      {"no movements", [&] { return v2xapp_GBMapLinkGetMovementsRegionIdByIndex(noLists, 0, &has, &region, &id); }, -3},
-      {"link point past the end", [&] { return v2xapp_GBMapLinkGetPointByIndex(m.link, 2, &pt); }, -4},
-      {"lane point, no list", [&] { return v2xapp_GBMapLaneGetPointByIndex(bare, 0, &pt); }, -3},
-      {"lane past the end", [&] { return v2xapp_GBMapLinkGetLaneByIndex(m.link, 1, &h); }, -3},
-      {"maneuvers of a lane without", [&] { return v2xapp_GBMapGetConnectToAllowedManeuvers(bare, &region); }, -3},
+      {"node past the end", v2xapp_GBMapGetNodeByIndex(m.map, 1, &h), -3},
+      {"link of a node without links", v2xapp_GBMapNodeGetLinkByIndex(lonely, 0, &none), -2},
+      {"speed limit handle, no list", v2xapp_GBMapLinkGetSpeedLimitByIndex(noLists, 0, &h), -3},
+      {"speed limit handle past the end", v2xapp_GBMapLinkGetSpeedLimitByIndex(m.link, 2, &h), -4},
+      {"link speed limit, no list", v2xapp_GBMapGetLinkSpeedLimits(noLists, 0, &s16, &s16b), -2},
+      {"link speed limit at the count", v2xapp_GBMapGetLinkSpeedLimits(m.link, 2, &s16, &s16b), -3},
+      {"lane speed limit, no list", v2xapp_GBMapGetLaneSpeedLimits(bare, 0, &s8, &s16), -3},
+      {"lane speed limit at the count", v2xapp_GBMapGetLaneSpeedLimits(m.lane, 1, &s8, &s16), -4},
+      {"connection phase at the count", v2xapp_GBMapGetConnectToPhaseId(m.lane, 1, &has, &s16), -4},
+      {"connection, no list", v2xapp_GBMapGetConnectToPhaseId(bare, 0, &has, &s16), -3},
+      {"movement at the count", v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(m.link, 1, &has, &u8), -4},
+      {"movement above", v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(m.link, 2, &has, &u8), -3},
+      {"no movements", v2xapp_GBMapLinkGetMovementsRegionIdByIndex(noLists, 0, &has, &region, &id), -3},
+      {"link point past the end", v2xapp_GBMapLinkGetPointByIndex(m.link, 2, &pt), -4},
+      {"lane point, no list", v2xapp_GBMapLaneGetPointByIndex(bare, 0, &pt), -3},
+      {"lane past the end", v2xapp_GBMapLinkGetLaneByIndex(m.link, 1, &h), -3},
+      {"maneuvers of a lane without", v2xapp_GBMapGetConnectToAllowedManeuvers(bare, &region), -3},
   };
-  for (const Case& c : cases) EXPECT_EQ(c.want, c.call()) << c.what;
+  for (const Case& c : cases) EXPECT_EQ(c.want, c.got) << c.what;
   EXPECT_EQ(nullptr, h);  // a failed index read hands out no handle
   EXPECT_EQ(4321, region);
   ASSERT_EQ(0, v2xapp_GBMapGetLinkReginId(noLists, &has, &region, &id));  // no region: left as it was

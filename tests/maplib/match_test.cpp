@@ -34,15 +34,10 @@ void expectMatch(V2XAPP_GBMHANDLE map, LatLon at, Expect want) {
     MapSearch_t got{-7, -7, -7};
     const int32_t rc =
         usePrepared ? v2xapp_GBMapMatchPrepared(prepared, &veh, &got) : v2xapp_GBMapMatchLane(&veh, map, &got);
-    if (want.node == kNone) {
-      EXPECT_EQ(-1, rc);
-      EXPECT_TRUE(got.CurrentNode == -7 && got.CurrentLink == -7 && got.CurrentLane == -7);
-    } else {
-      EXPECT_EQ(0, rc);
-      EXPECT_EQ(want.node, got.CurrentNode);
-      EXPECT_EQ(want.link, got.CurrentLink);
-      EXPECT_EQ(want.lane, got.CurrentLane);
-    }
+    const Expect result = want.node == kNone ? Expect{-7, -7, -7} : want;
+    EXPECT_EQ(want.node == kNone ? -1 : 0, rc);
+    EXPECT_TRUE(got.CurrentNode == result.node && got.CurrentLink == result.link && got.CurrentLane == result.lane)
+        << got.CurrentNode << "/" << got.CurrentLink << "/" << got.CurrentLane;
   }
   v2xapp_GBMapMatchRelease(&prepared);
 }

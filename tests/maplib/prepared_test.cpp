@@ -97,29 +97,24 @@ std::vector<LatLon> positionsAround(const std::vector<NodeSpec>& nodes, std::mt1
 // Answers of the walk, then of a matcher prepared from the map and asked
 // after the map is gone. Returns how many positions matched a lane.
 int compareOn(V2XAPP_GBMHANDLE& map, const std::vector<LatLon>& positions) {
-  std::vector<Answer> walk;
-  for (const LatLon& p : positions) {
-    c_pos3D_t veh{};
-    veh.lat = p.lat;
-    veh.lon = p.lon;
-    Answer a{};
-    a.rc = v2xapp_GBMapMatchLane(&veh, map, &a.at);
-    walk.push_back(a);
+  std::vector<c_pos3D_t> vehicles(positions.size());
+  std::vector<Answer> walk(positions.size());
+  for (size_t i = 0; i < positions.size(); ++i) {
+    vehicles[i].lat = positions[i].lat;
+    vehicles[i].lon = positions[i].lon;
+    walk[i].rc = v2xapp_GBMapMatchLane(&vehicles[i], map, &walk[i].at);
   }
   V2XAPP_GBMMATCHER prepared = nullptr;
   EXPECT_EQ(0, v2xapp_GBMapMatchPrepare(map, &prepared));
   v2xapp_GBMapStrDel(&map);  // the prepared map is a snapshot
   int matched = 0;
   for (size_t i = 0; i < positions.size(); ++i) {
-    c_pos3D_t veh{};
-    veh.lat = positions[i].lat;
-    veh.lon = positions[i].lon;
     Answer a{};
-    a.rc = v2xapp_GBMapMatchPrepared(prepared, &veh, &a.at);
-    EXPECT_EQ(walk[i], a) << "position " << i << " lat " << std::setprecision(17) << veh.lat << " lon " << veh.lon
-                          << ": walk " << walk[i].rc << " " << walk[i].at.CurrentNode << "/" << walk[i].at.CurrentLink
-                          << "/" << walk[i].at.CurrentLane << ", prepared " << a.rc << " " << a.at.CurrentNode << "/"
-                          << a.at.CurrentLink << "/" << a.at.CurrentLane;
+    a.rc = v2xapp_GBMapMatchPrepared(prepared, &vehicles[i], &a.at);
+    EXPECT_EQ(walk[i], a) << "position " << i << " lat " << std::setprecision(17) << positions[i].lat << " lon "
+                          << positions[i].lon << ": walk " << walk[i].rc << " " << walk[i].at.CurrentNode << "/"
+                          << walk[i].at.CurrentLink << "/" << walk[i].at.CurrentLane << ", prepared " << a.rc << " "
+                          << a.at.CurrentNode << "/" << a.at.CurrentLink << "/" << a.at.CurrentLane;
     matched += walk[i].rc == 0;
   }
   v2xapp_GBMapMatchRelease(&prepared);
