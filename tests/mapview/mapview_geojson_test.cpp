@@ -5,8 +5,7 @@
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
+#include <algorithm>
 
 #include "codec_test_util.h"
 
