@@ -27,35 +27,35 @@ struct LatLon {
   double lat, lon;  // degrees
 };
 
-struct LaneSpec {
+struct LaneDesc {
   long laneId;
   long widthCm;                  // kNoWidth: the lane has none
   std::vector<LatLon> points;    // stored absolute, rounded to 1e-7 degree
   bool emptyFirstPoint = false;  // the first point carries no position
 };
-struct LinkSpec {
-  std::vector<LaneSpec> lanes;
+struct LinkDesc {
+  std::vector<LaneDesc> lanes;
 };
-struct NodeSpec {
+struct NodeDesc {
   LatLon ref;
-  std::vector<LinkSpec> links;  // none: the node has no link list
+  std::vector<LinkDesc> links;  // none: the node has no link list
 };
 
 inline int64_t units(double degrees) { return std::llround(degrees * 1e7); }
 
 // Builds the map (absolute points); the caller frees it with v2xapp_GBMapStrDel.
-inline V2XAPP_GBMHANDLE buildMap(const std::vector<NodeSpec>& nodes) {
+inline V2XAPP_GBMHANDLE buildMap(const std::vector<NodeDesc>& nodes) {
   V2XAPP_GBMHANDLE map = nullptr;
   EXPECT_EQ(0, v2xapp_GBMapStrInit(&map));
   uint64_t nodeId = 1;
-  for (const NodeSpec& n : nodes) {
+  for (const NodeDesc& n : nodes) {
     V2XAPP_GBMHANDLE node = nullptr;
     EXPECT_EQ(0, v2xapp_GBMapNodeInit(&node, nodeId++, nullptr, nullptr, 0));
     EXPECT_EQ(0, v2xapp_GBMapNodeSetRefPos(node, units(n.ref.lat), units(n.ref.lon), nullptr));
-    for (const LinkSpec& l : n.links) {
+    for (const LinkDesc& l : n.links) {
       V2XAPP_GBMHANDLE link = nullptr;
       EXPECT_EQ(0, v2xapp_GBMapLinkInit(&link));
-      for (const LaneSpec& s : l.lanes) {
+      for (const LaneDesc& s : l.lanes) {
         V2XAPP_GBMHANDLE lane = nullptr;
         EXPECT_EQ(0, v2xapp_GBMapLinkLaneInit(&lane, static_cast<uint64_t>(s.laneId)));
         if (s.widthCm != kNoWidth) v2xapp_GBMapLinkLaneSetLaneWidth(lane, static_cast<uint64_t>(s.widthCm));

@@ -28,17 +28,17 @@ struct Answer {
 
 // Random polyline lanes around a few nodes; some lanes run parallel to the
 // previous one at less than their width, some lack a width or points.
-std::vector<NodeSpec> randomMap(std::mt19937& rng) {
+std::vector<NodeDesc> randomMap(std::mt19937& rng) {
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   auto pick = [&](double lo, double hi) { return lo + (hi - lo) * unit(rng); };
-  std::vector<NodeSpec> nodes(1 + rng() % 4);
-  for (NodeSpec& n : nodes) {
+  std::vector<NodeDesc> nodes(1 + rng() % 4);
+  for (NodeDesc& n : nodes) {
     n.ref = direct({31.28, 121.16}, pick(0, 360), pick(0, 800));
     n.links.resize(rng() % 4);
-    for (LinkSpec& l : n.links) {
+    for (LinkDesc& l : n.links) {
       l.lanes.resize(1 + rng() % 4);
       for (size_t k = 0; k < l.lanes.size(); ++k) {
-        LaneSpec& s = l.lanes[k];
+        LaneDesc& s = l.lanes[k];
         s.laneId = static_cast<long>(k + 1);
         const double r = unit(rng);
         s.widthCm = r < 0.05 ? kNoWidth : r < 0.08 ? 0 : static_cast<long>(pick(100, 800));
@@ -63,11 +63,11 @@ std::vector<NodeSpec> randomMap(std::mt19937& rng) {
 
 // Positions near the map's lanes: across them, at their points, beyond their
 // ends, and anywhere around.
-std::vector<LatLon> positionsAround(const std::vector<NodeSpec>& nodes, std::mt19937& rng, size_t count) {
-  std::vector<std::pair<const LaneSpec*, size_t>> segments;
-  for (const NodeSpec& n : nodes)
-    for (const LinkSpec& l : n.links)
-      for (const LaneSpec& s : l.lanes)
+std::vector<LatLon> positionsAround(const std::vector<NodeDesc>& nodes, std::mt19937& rng, size_t count) {
+  std::vector<std::pair<const LaneDesc*, size_t>> segments;
+  for (const NodeDesc& n : nodes)
+    for (const LinkDesc& l : n.links)
+      for (const LaneDesc& s : l.lanes)
         for (size_t i = 0; i + 1 < s.points.size(); ++i) segments.emplace_back(&s, i);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   std::vector<LatLon> out;
@@ -127,7 +127,7 @@ TEST(PreparedMatcher, SameAnswersAsTheWalkOnRandomMaps) {
   int matched = 0, asked = 0;
   for (int round = 0; round < 150; ++round) {
     SCOPED_TRACE(round);
-    const std::vector<NodeSpec> nodes = randomMap(rng);
+    const std::vector<NodeDesc> nodes = randomMap(rng);
     V2XAPP_GBMHANDLE map = buildMap(nodes);
     if (round % 2 == 1) {
       ASSERT_EQ(0, v2xapp_convAbsPoint2RelPoint(map));  // offsets resolve alike
@@ -145,11 +145,11 @@ TEST(PreparedMatcher, SameAnswersAsTheWalkOnARealIntersection) {
   V2XAPP_GBMHANDLE map = nullptr;
   ASSERT_EQ(0, v2xapp_GBMapUperDecode(&map, bytes.data(), static_cast<uint32_t>(bytes.size())));
   // Its four links carry absolute points; lanes follow the link centre lines.
-  std::vector<NodeSpec> shape(1);
+  std::vector<NodeDesc> shape(1);
   shape[0].ref = {28.0985258, 112.9830304};
   const auto& links = *static_cast<MessageFrame_t*>(map)->choice.mapFrame.nodes.list.array[0]->inLinks;
   for (int k = 0; k < links.list.count; ++k) {
-    LaneSpec lane{1, links.list.array[k]->linkWidth, {}};
+    LaneDesc lane{1, links.list.array[k]->linkWidth, {}};
     const PointList& pts = *links.list.array[k]->lanes.list.array[0]->points;
     for (int i = 0; i < pts.list.count; ++i) {
       const auto& ll = pts.list.array[i]->posOffset.offsetLL.choice.position_LatLon;
