@@ -1,6 +1,5 @@
 // Shared helpers of the codec tests: reference vectors, hex, a bit writer for
-// expected encodings, frame builders, value comparison through XER, and
-// v2x_map_tool as a process.
+// expected encodings, frame builders and value comparison through XER.
 #ifndef CODEC_TEST_UTIL_H
 #define CODEC_TEST_UTIL_H
 
@@ -11,7 +10,6 @@
 #include <vector>
 
 #include "MessageFrame.h"
-#include "test_process.h"
 #include "v2x_asn_codec.h"
 
 namespace codectest {
@@ -151,26 +149,6 @@ inline void setLL(PositionOffsetLL_t& ll, PositionOffsetLL_PR present, long lon,
   ll.present = present;
   ll.choice.position_LL1.lon = lon;
   ll.choice.position_LL1.lat = lat;
-}
-
-struct ToolRun {
-  int status = -1;
-  std::string out, err;
-};
-
-// v2x_map_tool with args; standard error through a file in dir.
-inline ToolRun runTool(const v2xtest::TempDir& dir, std::vector<std::string> args) {
-  args.insert(args.begin(), V2X_BINARY_DIR "/tools/v2x_map_tool/v2x_map_tool");
-  const std::string errFile = dir.file("tool.err");
-  std::remove(errFile.c_str());
-  v2xtest::ChildProcess tool;
-  ToolRun r;
-  if (!tool.start(args, {}, errFile)) return r;
-  const int st = tool.waitExit(std::chrono::seconds(60));
-  r.status = st >= 0 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  r.out = tool.output();
-  r.err = v2xtest::readFile(errFile);
-  return r;
 }
 
 }  // namespace codectest

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "codec_test_util.h"
+#include "map_tool_run.h"
 
 using namespace codectest;
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "codec_test_util.h"
+#include "map_tool_run.h"
 
 using namespace codectest;
 

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <regex>
 
-#include "codec_test_util.h"
+#include "map_tool_run.h"
 
 using codectest::runTool;
 using codectest::ToolRun;
