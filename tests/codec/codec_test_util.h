@@ -98,9 +98,8 @@ struct Frame {
   MapData_t& map() const { return p->choice.mapFrame; }
 };
 
-inline asn_dec_rval_t decode(const Bytes& b, Frame& f) {
-  return asn_decode(nullptr, ATS_UNALIGNED_BASIC_PER, &asn_DEF_MessageFrame, reinterpret_cast<void**>(&f.p), b.data(),
-                    b.size());
+inline asn_dec_rval_t decode(const Bytes& b, Frame& f, asn_transfer_syntax ats = ATS_UNALIGNED_BASIC_PER) {
+  return asn_decode(nullptr, ats, &asn_DEF_MessageFrame, reinterpret_cast<void**>(&f.p), b.data(), b.size());
 }
 
 // Zero-filled record of T, as the tree's free operation expects.
@@ -143,6 +142,13 @@ inline MessageFrame_t* newMap(long msgCnt, long nodeId, long lat, long lon) {
   n->refPos.lat = lat;
   n->refPos.Long = lon;
   return f;
+}
+
+// Every lat/lon offset alternative is {lon, lat} at the same place.
+inline void setLL(PositionOffsetLL_t& ll, PositionOffsetLL_PR present, long lon, long lat) {
+  ll.present = present;
+  ll.choice.position_LL1.lon = lon;
+  ll.choice.position_LL1.lat = lat;
 }
 
 }  // namespace codectest

@@ -1,107 +1,127 @@
 // v2x_map_tool as a process: decode prints the map, encode gives the same
-// bytes back, and bad input ends with one line and a non-zero status.
+// bytes back, and bad input ends with one line and a non-zero status; the
+// library's commands, match (plain and prepared) and relative, on the real
+// four-link intersection.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "codec_test_util.h"
+#include "map_tool_run.h"
 
 using namespace codectest;
-namespace fs = std::filesystem;
 
 namespace {
 
-struct ToolRun {
-  int status;
-  std::string out, err;
-};
+TEST(MapTool, DecodePrintsTheMapAndEncodeGivesTheSameBytes) {
+  v2xtest::TempDir dir;
+  const Bytes bytes = fromHex(kMap528);
+  const std::string map(bytes.begin(), bytes.end());
+  v2xtest::writeFile(dir.file("map.uper"), map);
 
-class MapTool : public ::testing::Test {
- protected:
-  void SetUp() override {
-    dir_ = fs::path(::testing::TempDir()) / ("map_tool_" + std::to_string(::getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string path(const char* name) const { return (dir_ / name).string(); }
-  void write(const char* name, const std::string& data) const { std::ofstream(path(name), std::ios::binary) << data; }
-  std::string read(const char* name) const {
-    std::ifstream in(path(name), std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
-  ToolRun run(const std::string& args) const {
-    const std::string cmd = "'" V2X_BINARY_DIR "/tools/v2x_map_tool/v2x_map_tool' " + args + " >'" + path("out") +
-                            "' 2>'" + path("err") + "'";
-    int st = std::system(cmd.c_str());
-    return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, read("out"), read("err")};
-  }
-  fs::path dir_;
-};
-
-TEST_F(MapTool, DecodePrintsTheMapAndEncodeGivesTheSameBytes) {
-  const Bytes map = fromHex(kMap528);
-  write("map.uper", std::string(map.begin(), map.end()));
-
-  ToolRun dec = run("decode " + path("map.uper"));
+  const ToolRun dec = runTool(dir, {"decode", dir.file("map.uper")});
   ASSERT_EQ(dec.status, 0) << dec.err;
   EXPECT_EQ(dec.out.rfind("<MessageFrame>", 0), 0U);
   EXPECT_NE(dec.out.find("<lat>280985258</lat>"), std::string::npos);
   EXPECT_NE(dec.out.find("<timeStamp>475970</timeStamp>"), std::string::npos);
-  write("map.xml", dec.out);
+  v2xtest::writeFile(dir.file("map.xml"), dec.out);
 
-  ToolRun enc = run("encode " + path("map.xml") + " -o " + path("back.uper"));
+  const ToolRun enc = runTool(dir, {"encode", dir.file("map.xml"), "-o", dir.file("back.uper")});
   ASSERT_EQ(enc.status, 0) << enc.err;
-  EXPECT_EQ(read("back.uper"), std::string(map.begin(), map.end()));
+  EXPECT_EQ(v2xtest::readFile(dir.file("back.uper")), map);
 
-  ToolRun again = run("decode " + path("map.xml"));  // XER in is detected
+  const ToolRun again = runTool(dir, {"decode", dir.file("map.xml")});  // XER in is detected
   EXPECT_EQ(again.status, 0);
   EXPECT_EQ(again.out, dec.out);
 
-  ToolRun text = run("decode --text " + path("map.uper"));
+  const ToolRun text = runTool(dir, {"decode", "--text", dir.file("map.uper")});
   EXPECT_EQ(text.status, 0);
   EXPECT_NE(text.out.find("lat: 280985258"), std::string::npos);
 }
 
-TEST_F(MapTool, BadInputAndUsageErrors) {
+TEST(MapTool, BadInputAndUsageErrors) {
+  v2xtest::TempDir dir;
   const Bytes map = fromHex(kMap528);
-  write("short.uper", std::string(map.begin(), map.begin() + 100));
-  write("bsm.uper", std::string("\x00\x7f\x12\x34\x56\x78\x9a\xbc", 8));
-  write("far.xml",
-        "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>1</lat>"
-        "<long>1800000002</long></refPos></Node></nodes></mapFrame></MessageFrame>");
+  v2xtest::writeFile(dir.file("short.uper"), std::string(map.begin(), map.begin() + 100));
+  v2xtest::writeFile(dir.file("bsm.uper"), std::string("\x00\x7f\x12\x34\x56\x78\x9a\xbc", 8));
+  v2xtest::writeFile(dir.file("far.xml"),
+                     "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>1</lat>"
+                     "<long>1800000002</long></refPos></Node></nodes></mapFrame></MessageFrame>");
   struct Case {
-    std::string args;
+    std::vector<std::string> args;
     int status;
     const char* message;
   };
   const Case cases[] = {
-      {"decode " + path("short.uper"), 1, "not a valid UPER MessageFrame: data end inside the message"},
-      {"decode " + path("bsm.uper"), 1, "(a bsmFrame, not supported)"},
-      {"encode " + path("far.xml") + " -o " + path("x"), 1, "Longitude: constraint failed"},
-      {"encode " + path("far.xml"), 2, "no output file"},
-      {"decode", 2, "no input file"},
+      {{"decode", dir.file("short.uper")}, 1, "not a valid UPER MessageFrame: data end inside the message"},
+      {{"decode", dir.file("bsm.uper")}, 1, "(a bsmFrame, not supported)"},
+      {{"encode", dir.file("far.xml"), "-o", dir.file("x")}, 1, "Longitude: constraint failed"},
+      {{"encode", dir.file("far.xml")}, 2, "no output file"},
+      {{"decode"}, 2, "no input file"},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(c.args);
-    ToolRun r = run(c.args);
+    SCOPED_TRACE(c.message);
+    const ToolRun r = runTool(dir, c.args);
     EXPECT_EQ(r.status, c.status);
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
     EXPECT_EQ(r.out, "");
   }
-  EXPECT_FALSE(fs::exists(path("x")));
+  EXPECT_FALSE(std::filesystem::exists(dir.file("x")));
 
   for (const char* cmd : {"decode", "encode"}) {
-    ToolRun help = run(std::string(cmd) + " --help");
+    const ToolRun help = runTool(dir, {cmd, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.out.rfind(std::string("usage: v2x_map_tool ") + cmd, 0), 0U) << help.out;
   }
+}
+
+// Half-way along the first link's first segment (its lane is 22 m wide).
+const char* const kLat = "28.1007355";
+const char* const kLon = "112.9828090";
+
+std::string writeMap(const v2xtest::TempDir& dir) {
+  const Bytes map = fromHex(kMap528);
+  v2xtest::writeFile(dir.file("map.uper"), std::string(map.begin(), map.end()));
+  return dir.file("map.uper");
+}
+
+TEST(MapToolLib, MatchPrintsTheLaneOrFails) {
+  v2xtest::TempDir dir;
+  const std::string map = writeMap(dir);
+  struct Case {
+    std::vector<std::string> args;
+    int status;
+    std::string out;
+  } cases[] = {
+      {{"match", map, kLat, kLon}, 0, "node=0 link=0 lane=0 laneId=1\n"},
+      {{"match", "--prepared", map, kLat, kLon}, 0, "node=0 link=0 lane=0 laneId=1\n"},
+      {{"match", map, "28.2", "112.9"}, 1, ""},
+      {{"match", "--prepared", map, "-28.1", "112.9"}, 1, ""},
+      {{"match", map, "95", "112.9"}, 2, ""},
+      {{"match", map, "28.1"}, 2, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args[1] + " " + c.args.back());
+    const ToolRun r = runTool(dir, c.args);
+    EXPECT_EQ(c.status, r.status) << r.err;
+    EXPECT_EQ(c.out, r.out);
+    EXPECT_EQ(c.status != 0, r.err.find("v2x_map_tool match: ") != std::string::npos) << r.err;
+  }
+}
+
+TEST(MapToolLib, RelativeShrinksTheMapAndKeepsItsLanes) {
+  v2xtest::TempDir dir;
+  const std::string rel = dir.file("rel.uper");
+  const ToolRun r = runTool(dir, {"relative", writeMap(dir), "-o", rel});
+  ASSERT_EQ(0, r.status) << r.err;
+  size_t after = 0;
+  ASSERT_EQ(1, std::sscanf(r.out.c_str(), "UPER size  528 bytes before, %zu bytes after", &after)) << r.out;
+  EXPECT_LT(after, 528U);
+  EXPECT_EQ(after, std::filesystem::file_size(rel));
+  EXPECT_NE(std::string::npos, r.out.find("absolute   32 points before, 0 after")) << r.out;
+  // The same lane at the same place, and nothing left to convert.
+  EXPECT_EQ("node=0 link=0 lane=0 laneId=1\n", runTool(dir, {"match", rel, kLat, kLon}).out);
+  ASSERT_EQ(0, runTool(dir, {"relative", rel, "-o", dir.file("rel2.uper")}).status);
+  EXPECT_EQ(v2xtest::readFile(rel), v2xtest::readFile(dir.file("rel2.uper")));
+  EXPECT_EQ(1, runTool(dir, {"relative", dir.file("missing.uper"), "-o", dir.file("x")}).status);
 }
 
 }  // namespace

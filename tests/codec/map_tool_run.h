@@ -1,6 +1,6 @@
-// Shared by the map view tests: the tool as a process and reading its output.
-#ifndef MAPVIEW_TEST_UTIL_H
-#define MAPVIEW_TEST_UTIL_H
+// v2x_map_tool as a process, for the tests of its commands.
+#ifndef MAP_TOOL_RUN_H
+#define MAP_TOOL_RUN_H
 
 #include <sys/wait.h>
 
@@ -9,14 +9,14 @@
 
 #include "test_process.h"
 
-namespace mapviewtest {
+namespace codectest {
 
 struct ToolRun {
   int status = -1;
   std::string out, err;
 };
 
-// v2x_map_tool with args; standard error through a file in dir.
+// The tool with args; standard error through a file in dir.
 inline ToolRun runTool(const v2xtest::TempDir& dir, std::vector<std::string> args) {
   args.insert(args.begin(), V2X_BINARY_DIR "/tools/v2x_map_tool/v2x_map_tool");
   const std::string errFile = dir.file("tool.err");
@@ -31,6 +31,6 @@ inline ToolRun runTool(const v2xtest::TempDir& dir, std::vector<std::string> arg
   return r;
 }
 
-}  // namespace mapviewtest
+}  // namespace codectest
 
 #endif
