@@ -103,6 +103,24 @@ TEST_F(MapViewPage, FaultsAreMarkedOnTheElementTheirPathNames) {
   for (const char* ref : {" src=", " href=", "url(", "@import"}) EXPECT_EQ(html_.find(ref), std::string::npos) << ref;
 }
 
+// Without a findings file, a cloud document's own faults are marked: a lane
+// width out of range here, found by the service's reader.
+TEST_F(MapViewPage, DocumentFaultsAreMarkedWithoutAFindingsFile) {
+  std::string doc = kMap;
+  const std::string wide = R"({"laneId":2,"laneWidth":350,"laneAttributes":{"laneType":{"vehicle":0}},)";
+  ASSERT_NE(doc.find(wide), std::string::npos);
+  doc.replace(doc.find(wide), wide.size(),
+              R"({"laneId":2,"laneWidth":40000,"laneAttributes":{"laneType":{"vehicle":0}},)");
+  v2xtest::writeFile(dir_.file("bad.json"), doc);
+  const ToolRun run = runTool(dir_, {"view", dir_.file("bad.json"), "-o", dir_.file("bad.html")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string html = v2xtest::readFile(dir_.file("bad.html"));
+  EXPECT_NE(
+      tagOf(html, "lane-0-1-1").find("FAULT nodes[0].inLinks[1].lanes[1].laneWidth: NODE Link lanes lanewidth error"),
+      std::string::npos);
+  EXPECT_EQ(tagOf(html, "lane-0-1-0").find("fault"), std::string::npos);
+}
+
 // Chromium from PATH (or V2X_CHROMIUM); empty when there is none.
 std::string chromium() {
   if (const char* env = std::getenv("V2X_CHROMIUM")) return env;
