@@ -33,37 +33,25 @@ class CloudLink : public ::testing::Test {
     seen_ = all.size();
     return fresh;
   }
-  static size_t count(const std::string& text, const std::string& needle) {
-    size_t n = 0;
-    for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) n++;
-    return n;
-  }
   v2xtest::TempDir dir_;
   size_t seen_ = 0;
 };
 
+// An id too long for a topic is cut with it (127 characters at most).
 TEST_F(CloudLink, TopicsAreBuiltFromTheDeviceIdAndFreedAtExit) {
-  struct Case {
-    std::string esn;
-    std::string down;
-  };
   const std::string longId(200, 'L');
-  const std::vector<Case> cases = {
-      {"R1", "rsu/R1/map/down"},
-      {"", "rsu//map/down"},
-      {longId, ("rsu/" + longId).substr(0, 127)},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.esn.size());
+  const std::pair<std::string, std::string> cases[] = {
+      {"R1", "rsu/R1/map/down"}, {"", "rsu//map/down"}, {longId, "rsu/" + longId.substr(0, 123)}};
+  for (auto [esn, down] : cases) {
+    SCOPED_TRACE(esn.size());
     v2xcloud_comm_ddsinfo_t info{};
-    std::string esn = c.esn;
     ASSERT_EQ(v2xcloud_ddsInit(&info, esn.data()), 0);
     EXPECT_EQ(info.m_domain_id, 200);
     EXPECT_NE(info.dds_object, nullptr);
-    EXPECT_STREQ(info.mp_map_down_topic, c.down.c_str());
+    EXPECT_STREQ(info.mp_map_down_topic, down.c_str());
     EXPECT_STREQ(info.mp_commsoft_recv_topic, "/murel/cloud/v2x/service_status");
     EXPECT_STREQ(info.mp_map_conv_send_topic, "/murel/v2x/cloud/service_status");
-    if (c.esn == "R1") {
+    if (esn == "R1") {
       EXPECT_STREQ(info.mp_map_down_ack_topic, "rsu/R1/map/down/ack");
       EXPECT_STREQ(info.mp_map_up_topic, "rsu/R1/map/up");
       EXPECT_STREQ(info.mp_map_up_ack_topic, "rsu/R1/map/up/ack");
@@ -99,6 +87,13 @@ TEST_F(CloudLink, SendingWithoutPeerOrLink) {
   EXPECT_EQ(v2xcloud_ddsSend(obj, "rsu/NOPEER_x/map/rsucloud", rec, sizeof(rec)), -2);
 }
 
+// v, then more.
+template <class T>
+std::vector<T> then(std::vector<T> v, const std::vector<T>& more) {
+  v.insert(v.end(), more.begin(), more.end());
+  return v;
+}
+
 // A map-down document of exactly len bytes (spaces before the last brace),
 // its envelope keys at the end: only a complete join reads them.
 std::string mapDoc(const std::string& eTag, const std::string& seqNum, size_t len) {
@@ -116,10 +111,6 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
   ASSERT_EQ(v2xmapconv_InitCfg(work.path().c_str()), 0);
   const std::vector<unsigned> nine(9, 1024);
-  auto then = [](std::vector<unsigned> v, std::vector<unsigned> more) {
-    v.insert(v.end(), more.begin(), more.end());
-    return v;
-  };
   struct Case {
     const char* name;
     size_t len;
@@ -164,11 +155,8 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
 TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
   std::string source(12000, ' ');
   for (size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>('A' + (i * 7) % 26);
+  const std::vector<unsigned> nine(9, 1024);
   const std::vector<int32> nineMore(9, 0);
-  auto then = [](auto v, auto more) {
-    v.insert(v.end(), more.begin(), more.end());
-    return v;
-  };
   constexpr int32 kDone = V2XMAPCONV_JOIN_DONE, kOver = V2XMAPCONV_JOIN_OVERFLOW;
   struct Case {
     const char* name;
@@ -179,13 +167,10 @@ TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
   const std::vector<Case> cases = {
       {"one short sample", {300}, {kDone}, 0, 300},
       {"1500 as 1024 + 476", {1024, 476}, {0, kDone}, 0, 1500},
-      {"9999 fit", then(std::vector<unsigned>(9, 1024), std::vector<unsigned>{783}), then(nineMore, std::vector{kDone}),
-       0, 9999},
-      {"the tenth full sample overflows; the next short one stands alone",
-       then(std::vector<unsigned>(10, 1024), std::vector<unsigned>{10}), then(nineMore, std::vector{kOver, kDone}),
-       10240, 10},
-      {"overflow on the last sample", then(std::vector<unsigned>(9, 1024), std::vector<unsigned>{784}),
-       then(nineMore, std::vector{kOver | kDone}), 0, 0},
+      {"9999 fit", then(nine, {783}), then(nineMore, {kDone}), 0, 9999},
+      {"the tenth full sample overflows; the next short one stands alone", then(nine, {1024, 10}),
+       then(nineMore, {kOver, kDone}), 10240, 10},
+      {"overflow on the last sample", then(nine, {784}), then(nineMore, {kOver | kDone}), 0, 0},
   };
   auto join = std::make_unique<v2xmapconv_sampleJoin_t>();
   v2xmapconv_JoinReset(join.get());
@@ -219,7 +204,7 @@ TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
     const size_t first = log.find(total + "1500"), over = log.find("Msg data is too long"),
                  last = log.find(total + "10\n");
     EXPECT_TRUE(first != std::string::npos && over > first && last != std::string::npos && last > over) << log;
-    EXPECT_EQ(count(log, total), 2u);
+    EXPECT_EQ(v2xtest::countOf(log, total), 2u);
   }
 }
 

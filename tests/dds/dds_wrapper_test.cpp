@@ -101,12 +101,11 @@ class DdsPair : public ::testing::Test {
     g_rx.reset();
     rx = create_dds();
     tx = create_dds();
-    ASSERT_TRUE(dds_reg(rx, kDomain, topic.c_str(), rxCallback, V2XDDS_DATA_TYPE_BYTES));
-    ASSERT_TRUE(dds_reg(tx, kDomain, topic.c_str(), nullptr, V2XDDS_DATA_TYPE_BYTES));
-    ASSERT_EQ(set_history_qos(rx, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
-    ASSERT_EQ(set_history_qos(tx, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
-    ASSERT_EQ(set_white_list_iface(rx, "127.0.0.1"), 0);
-    ASSERT_EQ(set_white_list_iface(tx, "127.0.0.1"), 0);
+    for (void* o : {rx, tx}) {
+      ASSERT_TRUE(dds_reg(o, kDomain, topic.c_str(), o == rx ? rxCallback : nullptr, V2XDDS_DATA_TYPE_BYTES));
+      ASSERT_EQ(set_history_qos(o, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
+      ASSERT_EQ(set_white_list_iface(o, "127.0.0.1"), 0);
+    }
     ASSERT_EQ(dds_start(rx), 0);
     ASSERT_EQ(dds_start(tx), 0);
     ASSERT_TRUE(waitMatched(tx, topic, 1));
@@ -129,22 +128,16 @@ TEST_F(DdsPair, MessagesArriveWholeInSamplesOfAtMost1024Bytes) {
     size_t samples;  // including the zero tail of a multiple of 1024
   };
   const Case cases[] = {{1, 1}, {1023, 1}, {1024, 2}, {2048, 3}, {2548, 3}, {9999, 10}};
-  size_t expected = 0;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.len);
-    size_t samplesBefore;
-    {
-      std::lock_guard<std::mutex> l(g_rx.m);
-      samplesBefore = g_rx.samples;
-    }
+    g_rx.reset();  // the previous message has ended: nothing of it is still on the way
     std::vector<uint8_t> msg = pattern(c.len, static_cast<unsigned>(c.len));
     ASSERT_EQ(sendMessage(tx, topic, msg), 0);
-    ASSERT_TRUE(g_rx.waitFor(++expected));
+    ASSERT_TRUE(g_rx.waitFor(1));
     std::lock_guard<std::mutex> l(g_rx.m);
-    std::vector<uint8_t> want = msg;
-    if (c.len % V2XDDS_SAMPLE_MAX == 0) want.push_back(0);  // the tail lands in the message
-    EXPECT_EQ(g_rx.messages.back(), want);
-    EXPECT_EQ(g_rx.samples - samplesBefore, c.samples);
+    if (c.len % V2XDDS_SAMPLE_MAX == 0) msg.push_back(0);  // the tail lands in the message
+    EXPECT_EQ(g_rx.messages[0], msg);
+    EXPECT_EQ(g_rx.samples, c.samples);
     EXPECT_LE(g_rx.maxSample, static_cast<unsigned>(V2XDDS_SAMPLE_MAX));
   }
 }
@@ -276,16 +269,8 @@ TEST(DdsWrapper, MisuseIsRefusedWithoutHarm) {
   destroy_dds(o);
 }
 
-// The mapping must give names DDS accepts and never give two names the same
-// DDS name.
-bool ddsAccepts(const std::string& s) {
-  if (s.empty() || (s[0] >= '0' && s[0] <= '9')) return false;
-  for (char c : s)
-    if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '/'))
-      return false;
-  return true;
-}
-
+// The mapping must give names DDS accepts (letters, digits, '_' and '/', no
+// digit first) and never give two names the same DDS name.
 TEST(DdsTopicName, MappingKeepsValidNamesAndIsOneToOne) {
   struct Case {
     const char* in;
@@ -306,7 +291,6 @@ TEST(DdsTopicName, MappingKeepsValidNamesAndIsOneToOne) {
     SCOPED_TRACE(c.in);
     ASSERT_EQ(v2xdds_MapTopicName(c.in, out, sizeof(out)), static_cast<int32>(std::strlen(c.out)));
     EXPECT_STREQ(out, c.out);
-    EXPECT_TRUE(ddsAccepts(out));
   }
   const char* clash[] = {"a-b", "a_x2Db", "a_x2D", "a.b", "a_b", "a__b", "a_x5Fb", "a_xb", "a_", "a_x"};
   std::vector<std::string> mapped;
