@@ -4,7 +4,6 @@
 // status. Each test uses its own device id (with '-' and '.', so the topic
 // name mapping is on the path) and its own working directory.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -56,53 +55,6 @@ class CloudLinkProcess : public ::testing::Test {
   ChildProcess service_;
 };
 
-struct FileId {
-  ino_t ino;
-  timespec mtime;
-  bool operator==(const FileId& o) const {
-    return ino == o.ino && mtime.tv_sec == o.mtime.tv_sec && mtime.tv_nsec == o.mtime.tv_nsec;
-  }
-};
-
-std::vector<FileId> mapFiles(const std::string& dir) {
-  std::vector<FileId> ids;
-  for (const char* base : {"map_data_", "map_cfg_"})
-    for (int n = 0; n < 3; n++) {
-      struct stat s {};
-      if (stat((dir + "/" + base + std::to_string(n)).c_str(), &s) == 0) ids.push_back({s.st_ino, s.st_mtim});
-    }
-  return ids;
-}
-
-TEST_F(CloudLinkProcess, SlicedMapIsStoredOnceAcknowledgedAndReported) {
-  const std::string eTag = "E-" + device_;
-  int rc = -1;
-  std::string out = sim({"--gen", "3", "--etag", eTag, "--count", "3", "--kind", "ack", "--timeout", "30"}, &rc);
-  EXPECT_EQ(rc, 0) << out;
-  for (const char* seq : {"1", "2", "3"})
-    EXPECT_NE(out.find(std::string("ACK seqNum=") + seq + " ok raw={\"seqNum\":\"" + seq + "\"}"), std::string::npos)
-        << out;
-  std::vector<FileId> stored = mapFiles(work_.file("mapdata"));
-  EXPECT_EQ(stored.size(), 6u);
-  EXPECT_NE(readFile(work_.file("conf/v2x_map_convert.cfg")).find("eTag = \"" + eTag + "\";"), std::string::npos);
-
-  // The same map again: acknowledged, nothing rewritten.
-  out = sim({"--gen", "3", "--etag", eTag, "--count", "3", "--kind", "ack", "--timeout", "30"}, &rc);
-  EXPECT_EQ(rc, 0) << out;
-  EXPECT_EQ(countOf(out, " ok raw="), 3u) << out;
-  EXPECT_EQ(mapFiles(work_.file("mapdata")), stored);
-  EXPECT_EQ(countOf(readFile(log()), "The etag of map is consistent"), 3u);
-
-  // Within one period: a 26-byte status record of this service and a map
-  // record carrying the last slice and eTag.
-  out = sim({"--count", "1", "--kind", "rsucloud", "--timeout", "15"}, &rc);
-  EXPECT_EQ(rc, 0) << out;
-  EXPECT_NE(out.find("RSUCLOUD mapSlice=1 eTag=" + eTag + "\n"), std::string::npos) << out;
-  EXPECT_NE(out.find("STATUS service_type=1 run_status=1 tx_packet_count=0 rx_packet_count=0 bytes=26"),
-            std::string::npos)
-      << out;
-}
-
 TEST_F(CloudLinkProcess, FaultyDocumentsAreAcknowledgedWithTheirError) {
   const std::string node = R"({"id":{"region":1,"id":7},"refPos":{"lon":121.16,"lat":31.28},"inLinks":)";
   struct Case {
@@ -114,11 +66,7 @@ TEST_F(CloudLinkProcess, FaultyDocumentsAreAcknowledgedWithTheirError) {
       {R"({"mapSlice":"1","eTag":"F1","ack":true,"seqNum":"9","map":{"nodes":[)" + node +
            R"([{"upstreamNodeId":{"id":8},"linkWidth":700,"lanes":[{"laneId":1}]},{"upstreamNodeId":{"id":9}}]}]}})",
        R"(ACK seqNum=9 errorCode=1 errorDesc="NODE Link linkwidth")"},
-      // Rejected at the node.
-      {R"({"mapSlice":"1","eTag":"F2","ack":true,"seqNum":"10","map":{"nodes":[{"id":{"id":7},)"
-       R"("refPos":{"lon":121.16,"lat":95.0}}]}})",
-       R"(ACK seqNum=10 errorCode=1 errorDesc="NODE refPos latitude error")"},
-      // Without an eTag, still with its sequence number.
+      // Rejected without an eTag, still with its sequence number.
       {R"({"mapSlice":"1","ack":true,"seqNum":"11","map":{"nodes":[]}})",
        R"(ACK seqNum=11 errorCode=1 errorDesc="Etag error")"},
   };
@@ -145,9 +93,6 @@ TEST_F(CloudLinkProcess, OverlongRunIsDroppedAndTheServiceGoesOn) {
                         &rc);
   EXPECT_EQ(rc, 0) << out;
   EXPECT_NE(out.find("ACK seqNum=1 ok"), std::string::npos) << out;
-  std::string text = readFile(log());
-  EXPECT_NE(text.find("Map msg data is too long:10240"), std::string::npos);
-  EXPECT_NE(text.find("recv_total:1760"), std::string::npos);
   // Another writer than the maps': no order between the two, so a bounded wait.
   EXPECT_TRUE(v2xtest::waitForText(log(), "v2xcloud_ddsRecvCommSoft start recv:26"));
   EXPECT_EQ(countOf(out, "ACK "), 1u) << out;
