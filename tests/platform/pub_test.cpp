@@ -11,12 +11,10 @@
 
 namespace {
 
-std::atomic<int> g_runs{0};
 std::atomic<int> g_enters{0};
 std::atomic<int> g_exits{0};
 
 void countRun(void* arg) {
-  ++g_runs;
   if (arg != nullptr) ++*static_cast<std::atomic<int>*>(arg);
 }
 void countEnter(void*) { ++g_enters; }
