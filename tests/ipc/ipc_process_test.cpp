@@ -1,7 +1,8 @@
 // The service between real processes on loopback: the stack peer
 // (v2x_stack_sim), the log tool (v2x_logtool) and the cloud peer
-// (v2x_cloud_sim), each test on its own device id, ports and working
-// directory.
+// (v2x_cloud_sim) over DDS, each test on its own device id, ports and working
+// directory: the log tool's requests, a missing stack peer, a sliced map from
+// the cloud to the stack peer, faulty and over-long documents.
 #include <gtest/gtest.h>
 #include <mbedtls/md5.h>
 #include <signal.h>
@@ -21,8 +22,9 @@ namespace {
 using v2xtest::ChildProcess;
 using v2xtest::countOf;
 
-// A working directory with its own device id and ports, and the service started on it.
-class IpcProcess : public ::testing::Test {
+// A working directory with its own device id (with '-' and '.', so the DDS
+// topic name mapping is on the path) and ports, and the service started on it.
+class ServiceProcess : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(v2xtest::prepareWorkdir(work_.path(), device_)); }
   void TearDown() override {
@@ -77,11 +79,18 @@ class IpcProcess : public ::testing::Test {
     return p.output();
   }
 
+  std::string writeDoc(const std::string& name, const std::string& text) {
+    v2xtest::writeFile(work_.file(name), text);
+    return work_.file(name);
+  }
+
   v2xtest::TempDir work_;
   const std::string device_ = v2xtest::uniqueDevice("IPC");
   uint16_t logToolPort_ = 0;
   ChildProcess service_;
 };
+using IpcProcess = ServiceProcess;        // with the stack peer or the log tool
+using CloudLinkProcess = ServiceProcess;  // with the cloud peer only
 
 std::vector<uint8_t> logRequest(uint16_t cmdType, uint8_t logCmd) {
   std::vector<uint8_t> p(sizeof(v2xipc_dataHead) + sizeof(v2xipc_logCmd), 0);
@@ -214,6 +223,51 @@ TEST_F(IpcProcess, SlicedMapIsStoredAcknowledgedAnnouncedAndReported) {
   EXPECT_EQ(countOf(sim.output(), "notice: "), 3U) << sim.output();
   sim.signal(SIGINT);
   sim.waitExit();
+}
+
+TEST_F(CloudLinkProcess, FaultyDocumentsAreAcknowledgedWithTheirError) {
+  startService({"-d", "7"});
+  const std::string node = R"({"id":{"region":1,"id":7},"refPos":{"lon":121.16,"lat":31.28},"inLinks":)";
+  struct Case {
+    std::string doc;
+    std::string ack;
+  };
+  const std::vector<Case> cases = {
+      // Stored (with the first link) and the error recorded.
+      {R"({"mapSlice":"1","eTag":"F1","ack":true,"seqNum":"9","map":{"nodes":[)" + node +
+           R"([{"upstreamNodeId":{"id":8},"linkWidth":700,"lanes":[{"laneId":1}]},{"upstreamNodeId":{"id":9}}]}]}})",
+       R"(ACK seqNum=9 errorCode=1 errorDesc="NODE Link linkwidth")"},
+      // Rejected without an eTag, still with its sequence number.
+      {R"({"mapSlice":"1","ack":true,"seqNum":"11","map":{"nodes":[]}})",
+       R"(ACK seqNum=11 errorCode=1 errorDesc="Etag error")"},
+  };
+  std::vector<std::string> args;
+  for (size_t i = 0; i < cases.size(); i++) {
+    args.push_back("--map");
+    args.push_back(writeDoc("doc" + std::to_string(i) + ".json", cases[i].doc));
+  }
+  args.insert(args.end(), {"--count", std::to_string(cases.size()), "--kind", "ack", "--timeout", "30"});
+  int rc = -1;
+  std::string out = cloud(args, rc);
+  EXPECT_EQ(rc, 0) << out;
+  for (const Case& c : cases) EXPECT_NE(out.find(c.ack), std::string::npos) << c.ack << "\n" << out;
+}
+
+// Also the communication software's status record, handled before the maps.
+TEST_F(CloudLinkProcess, OverlongRunIsDroppedAndTheServiceGoesOn) {
+  startService({"-d", "7"});
+  // 12000 bytes: the tenth sample overflows the 9999-byte buffer; the rest
+  // (1760 bytes) arrives as a message of its own and is not JSON.
+  std::string raw = writeDoc("long.txt", std::string(12000, 'x'));
+  int rc = -1;
+  std::string out = cloud({"--commsoft-status", "5,2", "--raw", raw, "--gen", "1", "--etag", "after-" + device_,
+                           "--count", "1", "--kind", "ack", "--timeout", "30"},
+                          rc);
+  EXPECT_EQ(rc, 0) << out;
+  EXPECT_NE(out.find("ACK seqNum=1 ok"), std::string::npos) << out;
+  // Another writer than the maps': no order between the two, so a bounded wait.
+  EXPECT_TRUE(waitForLog("v2xcloud_ddsRecvCommSoft start recv:26"));
+  EXPECT_EQ(countOf(out, "ACK "), 1u) << out;
 }
 
 }  // namespace
