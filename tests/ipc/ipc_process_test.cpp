@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "map_conv_stack_interface.h"
 #include "udp_peer.h"
 
 namespace {
@@ -55,30 +54,26 @@ class ServiceProcess : public ::testing::Test {
     ASSERT_NE(port, 0UL);
     v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(port));
   }
-  // Runs the log tool to its end; its exit code, and its output in `out`.
-  int logTool(const std::vector<std::string>& args, std::string& out) {
+  // Runs a peer program to its end (its own time bound ends it); its output
+  // and standard error, and its exit code in rc.
+  std::string run(std::vector<std::string> argv, int& rc) {
     ChildProcess p;
-    std::vector<std::string> argv = {V2X_LOGTOOL_BIN, "-w", work_.path(), "-p", std::to_string(logToolPort_), "-T",
-                                     "1000"};
-    argv.insert(argv.end(), args.begin(), args.end());
-    if (!p.start(argv, {}, work_.file("logtool.err"))) return -1;
-    int st = p.waitExit();
-    out = p.output() + v2xtest::readFile(work_.file("logtool.err"));
-    std::remove(work_.file("logtool.err").c_str());
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  }
-  // Runs the cloud peer to its end (its own time bound ends it); its output,
-  // and its exit code in rc.
-  std::string cloud(std::vector<std::string> args, int& rc) {
-    std::vector<std::string> argv = {V2X_CLOUD_SIM_BIN, "--device", device_};
-    argv.insert(argv.end(), args.begin(), args.end());
-    ChildProcess p;
-    if (!p.start(argv)) return "";
+    const std::string err = work_.file("peer.err");
+    if (!p.start(argv, {}, err)) return "";
     const int st = p.waitExit(std::chrono::seconds(60));
     rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return p.output();
+    const std::string out = p.output() + v2xtest::readFile(err);
+    std::remove(err.c_str());
+    return out;
   }
-
+  std::string cloud(std::vector<std::string> args, int& rc) {
+    args.insert(args.begin(), {V2X_CLOUD_SIM_BIN, "--device", device_});
+    return run(args, rc);
+  }
+  std::string logTool(std::vector<std::string> args, int& rc) {
+    args.insert(args.begin(), {V2X_LOGTOOL_BIN, "-w", work_.path(), "-p", std::to_string(logToolPort_), "-T", "1000"});
+    return run(args, rc);
+  }
   std::string writeDoc(const std::string& name, const std::string& text) {
     v2xtest::writeFile(work_.file(name), text);
     return work_.file(name);
@@ -92,15 +87,10 @@ class ServiceProcess : public ::testing::Test {
 using IpcProcess = ServiceProcess;        // with the stack peer or the log tool
 using CloudLinkProcess = ServiceProcess;  // with the cloud peer only
 
-std::vector<uint8_t> logRequest(uint16_t cmdType, uint8_t logCmd) {
-  std::vector<uint8_t> p(sizeof(v2xipc_dataHead) + sizeof(v2xipc_logCmd), 0);
-  auto* head = reinterpret_cast<v2xipc_dataHead*>(p.data());
-  head->m_headFlag[0] = 0xA5;
-  head->m_headFlag[1] = 0x5A;
-  head->m_cmdType = cmdType;
-  head->m_packLen = sizeof(v2xipc_logCmd);
-  reinterpret_cast<v2xipc_logCmd*>(head->m_pack)->m_logCmd = logCmd;
-  return p;
+// A request of the log tool: head (flags, no time, command, body length 5),
+// then the log command, no data.
+std::vector<uint8_t> logRequest(uint8_t cmdType, uint8_t logCmd) {
+  return {0xA5, 0x5A, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, cmdType, 0, 5, 0, 0, logCmd, 0, 0, 0, 0};
 }
 
 struct ToolStep {
@@ -119,16 +109,10 @@ TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
   std::vector<uint8_t> reply;
   ASSERT_TRUE(tool.receive(reply));
   ASSERT_EQ(reply.size(), 162U);
-  v2xipc_dataHead head;
-  v2xipc_logCmd cmd;
-  std::memcpy(&head, reply.data(), sizeof(head));
-  std::memcpy(&cmd, reply.data() + sizeof(head), sizeof(cmd));
-  EXPECT_EQ(head.m_cmdType, 51);
-  EXPECT_EQ(head.m_packLen, 145);
-  EXPECT_EQ(cmd.m_result, 0);
-  EXPECT_EQ(cmd.m_dataLen, 140);
-  const std::string names(reinterpret_cast<const char*>(reply.data() + 22), 140);
-  EXPECT_EQ(names.substr(70, 10), std::string("SINF\0\0\0\0\4\0", 10)) << "entry 7: name, level 4";
+  auto bytes = [&](size_t at, size_t n) { return std::string(reply.begin() + at, reply.begin() + at + n); };
+  EXPECT_EQ(bytes(12, 4), std::string("\x33\0\x91\0", 4)) << "command 51, body length 145";
+  EXPECT_EQ(bytes(18, 4), std::string("\0\0\x8C\0", 4)) << "result 0, data length 140";
+  EXPECT_EQ(bytes(92, 10), std::string("SINF\0\0\0\0\4\0", 10)) << "entry 7: name, level 4";
   EXPECT_FALSE(tool.receive(reply, nullptr, 300)) << "only the read command is answered";
 
   const ToolStep steps[] = {
@@ -140,8 +124,9 @@ TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
       {{"read"}, 0, {"  SINF     7", "  MDDS     6", "  MMAP     6"}},
   };
   for (const ToolStep& s : steps) {
-    std::string out;
-    EXPECT_EQ(logTool(s.args, out), s.exitCode) << s.args.back();
+    int rc = -1;
+    const std::string out = logTool(s.args, rc);
+    EXPECT_EQ(rc, s.exitCode) << s.args.back();
     for (const std::string& text : s.output) EXPECT_NE(out.find(text), std::string::npos) << text << " in\n" << out;
   }
   EXPECT_TRUE(waitForLog("[SINF][TRACE]")) << "the new level is live";
