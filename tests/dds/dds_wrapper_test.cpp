@@ -1,5 +1,5 @@
 // DDS wrapper through real participants on loopback: framing, order under a
-// burst with a slow receiver, sending from a callback, name mapping, matching.
+// burst with a slow receiver, a stop during a send, misuse, name mapping.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -200,46 +200,9 @@ TEST_F(DdsPair, StopEndsASendThatWaitsForRoom) {
   EXPECT_EQ(ret, V2XDDS_ERR_STATE);
 }
 
-TEST_F(DdsPair, MatchCountFollowsRemoteReaders) {
-  open(uniqueTopic("match"));
-  // The publisher's own reader on the topic is not a remote reader.
-  ASSERT_TRUE(dds_reg(tx, kDomain, topic.c_str(), rxCallback, V2XDDS_DATA_TYPE_BYTES));
-  EXPECT_EQ(get_match_cnt(tx, topic.c_str()), 1);
-  destroy_dds(rx);
-  rx = nullptr;
-  EXPECT_TRUE(waitMatched(tx, topic, 0));
-}
-
-// The echo pitfall: writing from a receive callback must not stall the link,
-// because callbacks run on the dispatch thread, not in Cyclone's listener.
-void* g_echoObj = nullptr;
-std::string g_echoTopic;
-void echoCallback(void* data, unsigned int len) { dds_send(g_echoObj, g_echoTopic.c_str(), data, len); }
-
-TEST(DdsWrapper, CallbackCanSendRoundTrips) {
-  const std::string ping = uniqueTopic("ping"), pong = uniqueTopic("pong");
-  g_rx.reset();
-  void* echo = create_dds();
-  void* client = create_dds();
-  g_echoObj = echo;
-  g_echoTopic = pong;
-  ASSERT_TRUE(dds_reg(echo, kDomain, ping.c_str(), echoCallback, 0));
-  ASSERT_TRUE(dds_reg(echo, kDomain, pong.c_str(), nullptr, 0));
-  ASSERT_TRUE(dds_reg(client, kDomain, ping.c_str(), nullptr, 0));
-  ASSERT_TRUE(dds_reg(client, kDomain, pong.c_str(), rxCallback, 0));
-  ASSERT_EQ(dds_start(echo), 0);
-  ASSERT_EQ(dds_start(client), 0);
-  ASSERT_TRUE(waitMatched(client, ping, 1));
-  ASSERT_TRUE(waitMatched(echo, pong, 1));
-  const size_t kRounds = 200;
-  for (size_t i = 0; i < kRounds; i++) {
-    std::vector<uint8_t> msg = pattern(700, static_cast<unsigned>(i));
-    ASSERT_EQ(dds_send(client, ping.c_str(), msg.data(), 700), 0);
-    ASSERT_TRUE(g_rx.waitFor(i + 1)) << "round " << i;
-  }
-  destroy_dds(client);
-  destroy_dds(echo);
-}
+// Writing from a receive callback (the service acknowledges each map from
+// the map-down callback) is on the road of every process test with the cloud
+// peer; the match count only feeds a warning of the service.
 
 TEST(DdsWrapper, MisuseIsRefusedWithoutHarm) {
   destroy_dds(nullptr);
