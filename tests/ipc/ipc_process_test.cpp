@@ -99,7 +99,13 @@ struct ToolStep {
   std::vector<std::string> output;  // each must appear
 };
 
-TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
+// The V2X protocol process is gone meanwhile: the service's requests to it
+// fail, with a warning each, and it goes on serving the log tool.
+TEST_F(IpcProcess, LogToolReadsAndSetsLevelsWithoutAStackPeer) {
+  {
+    v2xtest::UdpPeer gone;  // the V2X protocol process's port, nobody listening on it any more
+    v2xtest::writeIpcConfig(work_.path(), gone.port());
+  }
   startService();
   // The read reply of the 14 registered tags, byte by byte; bad packets before it get no reply.
   v2xtest::UdpPeer tool;
@@ -117,11 +123,10 @@ TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
 
   const ToolStep steps[] = {
       {{"set", "ALL", "6"}, 0, {"reply: command 2, result 0", "ALL set to level 6"}},
-      {{"read"}, 0, {"14 tags:", "  UDPA     6", "  VIPC     6"}},
       {{"set", "SINF", "7"}, 0, {"SINF set to level 7"}},
       {{"set", "NOPE", "3"}, 1, {"no reply"}},
       {{"set", "MDDS", "9"}, 1, {"no reply"}},
-      {{"read"}, 0, {"  SINF     7", "  MDDS     6", "  MMAP     6"}},
+      {{"read"}, 0, {"14 tags:", "  SINF     7", "  MDDS     6", "  VIPC     6"}},
   };
   for (const ToolStep& s : steps) {
     int rc = -1;
@@ -132,19 +137,9 @@ TEST_F(IpcProcess, LogToolReadsAndSetsLevelsAndBadRequestsGetNoReply) {
   EXPECT_TRUE(waitForLog("[SINF][TRACE]")) << "the new level is live";
   EXPECT_NE(log().find("exec v2xlog_GetTagHandle error ret=-1"), std::string::npos);
   EXPECT_NE(log().find("get error data,type pStr->m_cmdType=20"), std::string::npos);
-}
-
-TEST_F(IpcProcess, WithoutAPeerTheServiceWarnsAndKeepsRunning) {
-  {
-    v2xtest::UdpPeer gone;  // the V2X protocol process's port, nobody listening on it any more
-    v2xtest::writeIpcConfig(work_.path(), gone.port());
-  }
-  startService();
   ASSERT_TRUE(waitForLog("UDP send error", 2));
-  EXPECT_EQ(::kill(service_.pid(), 0), 0);
-  const std::string text = log();
-  EXPECT_EQ(text.find("[SINF][ERR]"), std::string::npos) << text;
-  EXPECT_EQ(text.find("[VIPC][ERR]"), std::string::npos) << text;
+  EXPECT_TRUE(std::regex_search(log(), std::regex(R"(\[SINF\]\[WARN\][^\n]*UDP send error)")));
+  EXPECT_FALSE(std::regex_search(log(), std::regex(R"(\]\[ERR\][^\n]*UDP send error)")));
 }
 
 std::string md5Hex(const std::string& data) {
