@@ -25,23 +25,19 @@ v2xpub_TaskInitPara_t taskPara(uint32 intervalUs, std::atomic<int>* runs) {
   return p;
 }
 
-TEST(Task, RunsPeriodicallyUntilStopped) {
-  std::atomic<int> runs{0};
-  auto p = taskPara(2000, &runs);
-  V2XPUB_TASKHANDLE h = nullptr;
+// Every 2 ms, and every minute: the first runs until stopped, the second
+// never runs, and its stop returns at once, not after a minute.
+TEST(Task, RunsEveryPeriodUntilStoppedAndNothingBeforeTheFirst) {
+  std::atomic<int> runs{0}, never{0};
+  auto p = taskPara(2000, &runs), q = taskPara(60000000, &never);
+  V2XPUB_TASKHANDLE h = nullptr, late = nullptr;
   ASSERT_EQ(v2xpub_TaskCreate(&h, &p), 0);
+  ASSERT_EQ(v2xpub_TaskCreate(&late, &q), 0);
   for (int i = 0; i < 1000 && runs.load() < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_GE(runs.load(), 5);
   EXPECT_EQ(v2xpub_TaskStop(h), 0);  // joins the task's thread
-}
-
-TEST(Task, StopBeforeFirstPeriodRunsNothing) {
-  std::atomic<int> runs{0};
-  auto p = taskPara(60000000, &runs);  // one minute
-  V2XPUB_TASKHANDLE h = nullptr;
-  ASSERT_EQ(v2xpub_TaskCreate(&h, &p), 0);
-  EXPECT_EQ(v2xpub_TaskStop(h), 0);  // returns at once, not after a minute
-  EXPECT_EQ(runs.load(), 0);
+  EXPECT_EQ(v2xpub_TaskStop(late), 0);
+  EXPECT_EQ(never.load(), 0);
 }
 
 TEST(Task, RefusesBadParameters) {
