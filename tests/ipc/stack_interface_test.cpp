@@ -145,7 +145,6 @@ TEST_F(StackInterface, ResponseChecks) {
       {"body above 20480", packet(21, rsuBody(10, 0, Bytes(20481 - 11, 0))), -4, "too large ; error"},
       {"shorter than a head", Bytes(10, 0xA5), -4, nullptr},
       {"wrong command", packet(51, noMaps), -6, "Recv cmdType error"},
-      {"zero maps", packet(21, noMaps), 0, nullptr},
       {"largest body, zero maps", packet(21, rsuBody(10, 0, Bytes(20480 - 11, 0))), 0, nullptr},
       {"body without its data head", packet(21, {10, 0, 0, 0, 1}), -4, nullptr},
       {"item past the end", packet(21, rsuBody(10, 1, {0xF4, 0x01, 1, 2, 3})), -4, "runs past"},
