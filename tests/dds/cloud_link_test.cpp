@@ -3,7 +3,6 @@
 // the communication software's status.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 

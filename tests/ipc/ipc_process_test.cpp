@@ -8,7 +8,6 @@
 #include <signal.h>
 
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <regex>
 #include <string>
@@ -101,7 +100,7 @@ struct ToolStep {
 
 // The V2X protocol process is gone meanwhile: the service's requests to it
 // fail, with a warning each, and it goes on serving the log tool.
-TEST_F(IpcProcess, LogToolReadsAndSetsLevelsWithoutAStackPeer) {
+TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
   {
     v2xtest::UdpPeer gone;  // the V2X protocol process's port, nobody listening on it any more
     v2xtest::writeIpcConfig(work_.path(), gone.port());

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <libconfig.h++>
