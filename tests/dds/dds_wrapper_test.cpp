@@ -1,5 +1,5 @@
 // DDS wrapper through real participants on loopback: framing, order under a
-// burst with a slow receiver, sending from a callback, name mapping, matching.
+// burst with a slow receiver, a stop during a send, misuse, name mapping.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,21 +71,13 @@ void rxCallback(void* data, unsigned int len) { g_rx.onSample(data, len); }
 
 // The framing senders use: a multiple of the sample size gets a zero-byte tail.
 int32 sendMessage(void* obj, const std::string& topic, const std::vector<uint8_t>& msg) {
-  int32 ret = dds_send(obj, topic.c_str(), msg.data(), static_cast<unsigned>(msg.size()));
-  if (ret == 0 && msg.size() % V2XDDS_SAMPLE_MAX == 0) {
-    uint8_t zero = 0;
-    ret = dds_send(obj, topic.c_str(), &zero, 1);
-  }
-  return ret;
+  const int32 ret = dds_send(obj, topic.c_str(), msg.data(), static_cast<unsigned>(msg.size()));
+  return ret != 0 || msg.size() % V2XDDS_SAMPLE_MAX != 0 ? ret : dds_send(obj, topic.c_str(), "", 1);
 }
 
 bool waitMatched(void* obj, const std::string& topic, int32 want) {
-  auto end = std::chrono::steady_clock::now() + kWait;
-  while (std::chrono::steady_clock::now() < end) {
-    if (get_match_cnt(obj, topic.c_str()) == want) return true;
-    usleep(10000);
-  }
-  return false;
+  for (int i = 0; i < 2000 && get_match_cnt(obj, topic.c_str()) != want; i++) usleep(10000);
+  return get_match_cnt(obj, topic.c_str()) == want;
 }
 
 std::vector<uint8_t> pattern(size_t len, unsigned seed) {
@@ -101,14 +94,12 @@ class DdsPair : public ::testing::Test {
     g_rx.reset();
     rx = create_dds();
     tx = create_dds();
-    ASSERT_TRUE(dds_reg(rx, kDomain, topic.c_str(), rxCallback, V2XDDS_DATA_TYPE_BYTES));
-    ASSERT_TRUE(dds_reg(tx, kDomain, topic.c_str(), nullptr, V2XDDS_DATA_TYPE_BYTES));
-    ASSERT_EQ(set_history_qos(rx, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
-    ASSERT_EQ(set_history_qos(tx, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
-    ASSERT_EQ(set_white_list_iface(rx, "127.0.0.1"), 0);
-    ASSERT_EQ(set_white_list_iface(tx, "127.0.0.1"), 0);
-    ASSERT_EQ(dds_start(rx), 0);
-    ASSERT_EQ(dds_start(tx), 0);
+    for (void* o : {rx, tx}) {
+      ASSERT_TRUE(dds_reg(o, kDomain, topic.c_str(), o == rx ? rxCallback : nullptr, V2XDDS_DATA_TYPE_BYTES));
+      ASSERT_EQ(set_history_qos(o, topic.c_str(), V2XDDS_HISTORY_KEEP_ALL, 0), 0);
+      ASSERT_EQ(set_white_list_iface(o, "127.0.0.1"), 0);
+      ASSERT_EQ(dds_start(o), 0);
+    }
     ASSERT_TRUE(waitMatched(tx, topic, 1));
   }
   void TearDown() override {
@@ -129,22 +120,16 @@ TEST_F(DdsPair, MessagesArriveWholeInSamplesOfAtMost1024Bytes) {
     size_t samples;  // including the zero tail of a multiple of 1024
   };
   const Case cases[] = {{1, 1}, {1023, 1}, {1024, 2}, {2048, 3}, {2548, 3}, {9999, 10}};
-  size_t expected = 0;
   for (const Case& c : cases) {
     SCOPED_TRACE(c.len);
-    size_t samplesBefore;
-    {
-      std::lock_guard<std::mutex> l(g_rx.m);
-      samplesBefore = g_rx.samples;
-    }
+    g_rx.reset();  // the previous message has ended: nothing of it is still on the way
     std::vector<uint8_t> msg = pattern(c.len, static_cast<unsigned>(c.len));
     ASSERT_EQ(sendMessage(tx, topic, msg), 0);
-    ASSERT_TRUE(g_rx.waitFor(++expected));
+    ASSERT_TRUE(g_rx.waitFor(1));
     std::lock_guard<std::mutex> l(g_rx.m);
-    std::vector<uint8_t> want = msg;
-    if (c.len % V2XDDS_SAMPLE_MAX == 0) want.push_back(0);  // the tail lands in the message
-    EXPECT_EQ(g_rx.messages.back(), want);
-    EXPECT_EQ(g_rx.samples - samplesBefore, c.samples);
+    if (c.len % V2XDDS_SAMPLE_MAX == 0) msg.push_back(0);  // the tail lands in the message
+    EXPECT_EQ(g_rx.messages[0], msg);
+    EXPECT_EQ(g_rx.samples, c.samples);
     EXPECT_LE(g_rx.maxSample, static_cast<unsigned>(V2XDDS_SAMPLE_MAX));
   }
 }
@@ -215,46 +200,9 @@ TEST_F(DdsPair, StopEndsASendThatWaitsForRoom) {
   EXPECT_EQ(ret, V2XDDS_ERR_STATE);
 }
 
-TEST_F(DdsPair, MatchCountFollowsRemoteReaders) {
-  open(uniqueTopic("match"));
-  // The publisher's own reader on the topic is not a remote reader.
-  ASSERT_TRUE(dds_reg(tx, kDomain, topic.c_str(), rxCallback, V2XDDS_DATA_TYPE_BYTES));
-  EXPECT_EQ(get_match_cnt(tx, topic.c_str()), 1);
-  destroy_dds(rx);
-  rx = nullptr;
-  EXPECT_TRUE(waitMatched(tx, topic, 0));
-}
-
-// The echo pitfall: writing from a receive callback must not stall the link,
-// because callbacks run on the dispatch thread, not in Cyclone's listener.
-void* g_echoObj = nullptr;
-std::string g_echoTopic;
-void echoCallback(void* data, unsigned int len) { dds_send(g_echoObj, g_echoTopic.c_str(), data, len); }
-
-TEST(DdsWrapper, CallbackCanSendRoundTrips) {
-  const std::string ping = uniqueTopic("ping"), pong = uniqueTopic("pong");
-  g_rx.reset();
-  void* echo = create_dds();
-  void* client = create_dds();
-  g_echoObj = echo;
-  g_echoTopic = pong;
-  ASSERT_TRUE(dds_reg(echo, kDomain, ping.c_str(), echoCallback, 0));
-  ASSERT_TRUE(dds_reg(echo, kDomain, pong.c_str(), nullptr, 0));
-  ASSERT_TRUE(dds_reg(client, kDomain, ping.c_str(), nullptr, 0));
-  ASSERT_TRUE(dds_reg(client, kDomain, pong.c_str(), rxCallback, 0));
-  ASSERT_EQ(dds_start(echo), 0);
-  ASSERT_EQ(dds_start(client), 0);
-  ASSERT_TRUE(waitMatched(client, ping, 1));
-  ASSERT_TRUE(waitMatched(echo, pong, 1));
-  const size_t kRounds = 200;
-  for (size_t i = 0; i < kRounds; i++) {
-    std::vector<uint8_t> msg = pattern(700, static_cast<unsigned>(i));
-    ASSERT_EQ(dds_send(client, ping.c_str(), msg.data(), 700), 0);
-    ASSERT_TRUE(g_rx.waitFor(i + 1)) << "round " << i;
-  }
-  destroy_dds(client);
-  destroy_dds(echo);
-}
+// Writing from a receive callback (the service acknowledges each map from
+// the map-down callback) is on the road of every process test with the cloud
+// peer; the match count only feeds a warning of the service.
 
 TEST(DdsWrapper, MisuseIsRefusedWithoutHarm) {
   destroy_dds(nullptr);
@@ -276,22 +224,10 @@ TEST(DdsWrapper, MisuseIsRefusedWithoutHarm) {
   destroy_dds(o);
 }
 
-// The mapping must give names DDS accepts and never give two names the same
-// DDS name.
-bool ddsAccepts(const std::string& s) {
-  if (s.empty() || (s[0] >= '0' && s[0] <= '9')) return false;
-  for (char c : s)
-    if (!((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '/'))
-      return false;
-  return true;
-}
-
+// The mapping must give names DDS accepts (letters, digits, '_' and '/', no
+// digit first) and never give two names the same DDS name.
 TEST(DdsTopicName, MappingKeepsValidNamesAndIsOneToOne) {
-  struct Case {
-    const char* in;
-    const char* out;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {"/murel/cloud/v2x/service_status", "/murel/cloud/v2x/service_status"},
       {"rsu/RSU_DEMO_01/map/down", "rsu/RSU_DEMO_01/map/down"},
       {"rsu/RSU-01.a/map/down", "rsu/RSU_x2D01_x2Ea/map/down"},
@@ -302,18 +238,15 @@ TEST(DdsTopicName, MappingKeepsValidNamesAndIsOneToOne) {
       {"end_x", "end_x5Fx"},
   };
   char out[256];
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.in);
-    ASSERT_EQ(v2xdds_MapTopicName(c.in, out, sizeof(out)), static_cast<int32>(std::strlen(c.out)));
-    EXPECT_STREQ(out, c.out);
-    EXPECT_TRUE(ddsAccepts(out));
+  for (const auto& [in, want] : cases) {
+    SCOPED_TRACE(in);
+    ASSERT_EQ(v2xdds_MapTopicName(in, out, sizeof(out)), static_cast<int32>(std::strlen(want)));
+    EXPECT_STREQ(out, want);
   }
-  const char* clash[] = {"a-b", "a_x2Db", "a_x2D", "a.b", "a_b", "a__b", "a_x5Fb", "a_xb", "a_", "a_x"};
-  std::vector<std::string> mapped;
-  for (const char* n : clash) {
+  std::set<std::string> mapped;
+  for (const char* n : {"a-b", "a_x2Db", "a_x2D", "a.b", "a_b", "a__b", "a_x5Fb", "a_xb", "a_", "a_x"}) {
     ASSERT_GT(v2xdds_MapTopicName(n, out, sizeof(out)), 0) << n;
-    for (const std::string& m : mapped) EXPECT_NE(m, out) << n;
-    mapped.emplace_back(out);
+    EXPECT_TRUE(mapped.insert(out).second) << n << " gives " << out << " again";
   }
   EXPECT_EQ(v2xdds_MapTopicName("a-b", out, 6), -2);  // needs 7 bytes
   EXPECT_EQ(v2xdds_MapTopicName("a-b", out, 7), 6);

@@ -55,11 +55,12 @@ TEST(IpcConfig, FileValuesAndDefaults) {
   }
 }
 
-v2xpub_SocketInitPara_t para(const char* name, uint16 svrPort, uint16 cliPort, v2xipc_MsgFunc_t func) {
+// A server socket (with its routine) or a client socket on 127.0.0.1; port 0
+// is the kernel's choice.
+v2xpub_SocketInitPara_t para(const char* name, v2xipc_MsgFunc_t func, uint16 cliPort = 0) {
   v2xpub_SocketInitPara_t p{};
   std::strcpy(p.m_sockName, name);
   std::strcpy(p.m_localIP, "127.0.0.1");
-  p.m_svrPort = svrPort;
   p.m_cliPort = cliPort;
   p.m_svrEnable = func != nullptr ? 1 : 0;
   p.m_cliEnable = func != nullptr ? 0 : 1;
@@ -77,7 +78,7 @@ class Exchange : public ::testing::Test {
  protected:
   void SetUp() override {
     v2xipc_CfgInit("/nonexistent");
-    v2xpub_SocketInitPara_t s = para("TEST_SVR", 0, 0, echo), c = para("TEST_CLI", 0, 0, nullptr);
+    v2xpub_SocketInitPara_t s = para("TEST_SVR", echo), c = para("TEST_CLI", nullptr);
     ASSERT_EQ(v2xipc_SocketInit(&server_, nullptr, &s), 0);
     ASSERT_EQ(v2xipc_SocketInit(&client_, nullptr, &c), 0);
     svrPort_ = v2xipc_SocketLocalPort(server_, 1);
@@ -199,7 +200,7 @@ TEST(IpcSocket, BindOverrideAndBusyPortFailTheInit) {
   v2xtest::writeFile(dir.file("conf/v2x_ipc_port.cfg"), "bind : { TEST_FAR = \"10.255.255.1\"; };\n");
   ASSERT_EQ(v2xipc_CfgInit(dir.path().c_str()), 0);
   UdpPeer taken;
-  v2xpub_SocketInitPara_t far = para("TEST_FAR", 0, 0, nullptr), busy = para("TEST_BUSY", 0, taken.port(), nullptr);
+  v2xpub_SocketInitPara_t far = para("TEST_FAR", nullptr), busy = para("TEST_BUSY", nullptr, taken.port());
   V2X_UDPSOCKHANDLE h = nullptr;
   EXPECT_EQ(v2xipc_SocketInit(&h, nullptr, &far), V2XIPC_ERR_SYS) << "the override, not 127.0.0.1, is bound";
   EXPECT_EQ(v2xipc_SocketInit(&h, nullptr, &busy), V2XIPC_ERR_SYS);

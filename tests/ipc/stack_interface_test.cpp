@@ -9,15 +9,31 @@
 #include <vector>
 
 #include "map_conv_stack_interface.h"
-#include "map_samples.h"
 #include "udp_peer.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
 
 namespace {
 
-using v2xtest::mapItems;
 using Bytes = std::vector<uint8_t>;
+
+// Two MapData frames of one intersection each, as the MAP library encodes
+// them from XER: msgCnt 1 with node 100 named "first", msgCnt 2 with node 200
+// named "X" (both at 31.0 N, 121.0 E).
+const Bytes kMap0 = {0x10, 0x08, 0x10, 0x99, 0xB4, 0xF2, 0xE7, 0xD0, 0x00,
+                     0xC8, 0x90, 0x3E, 0x45, 0x01, 0x66, 0xD1, 0xE8, 0xFE};
+const Bytes kMap1 = {0x10, 0x10, 0x10, 0x16, 0x00, 0x19, 0x09, 0x03, 0xE4, 0x50, 0x16, 0x6D, 0x1E, 0x8F, 0xE0};
+
+// Map items as the stack peer lays them out: each a 16-bit length, then the bytes.
+Bytes mapItems(const std::vector<Bytes>& maps) {
+  Bytes items;
+  for (const Bytes& m : maps) {
+    items.push_back(static_cast<uint8_t>(m.size()));
+    items.push_back(static_cast<uint8_t>(m.size() >> 8));
+    items.insert(items.end(), m.begin(), m.end());
+  }
+  return items;
+}
 
 // Appends v as n little-endian bytes.
 Bytes& put(Bytes& out, uint64_t v, size_t n) {
@@ -30,10 +46,10 @@ Bytes le(uint64_t v, size_t n) {
 }
 
 // A packet: head (flags, inc 4, direction 0, time, command, body length, 0), then the body.
-Bytes packet(uint16_t cmd, const Bytes& body, int packLenDelta = 0, uint8_t flag0 = 0xA5) {
+Bytes packet(uint16_t cmd, const Bytes& body, int packLenDelta = 0, uint8_t flag0 = 0xA5,
+             uint64_t time = 1700000000000ULL) {
   Bytes p = {flag0, 0x5A, 4, 0};
-  put(put(put(p, 1700000000000ULL, 8), cmd, 2), static_cast<uint64_t>(static_cast<int64_t>(body.size()) + packLenDelta),
-      2);
+  put(put(put(p, time, 8), cmd, 2), static_cast<uint64_t>(static_cast<int64_t>(body.size()) + packLenDelta), 2);
   p.push_back(0);
   p.insert(p.end(), body.begin(), body.end());
   return p;
@@ -66,64 +82,43 @@ class StackInterface : public ::testing::Test {
   v2xtest::UdpPeer peer_;  // the V2X protocol process
 };
 
-struct SendCase {
-  const char* name;
-  std::function<int32()> send;
-  int32_t answerType;
-  size_t length;
-  std::vector<std::pair<size_t, Bytes>> fields;  // offset, bytes
-};
-
+// Each packet whole, byte by byte, with the time it carries (taken between
+// the call and its return); the peer answers with the same data type.
 TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   v2xipc_mapRefresh_t refresh{};  // slice 1: file 0
-  Bytes md5;
-  for (uint8_t i = 0; i < 16; ++i) md5.push_back(refresh.m_CheckSum[i] = static_cast<uint8_t>(0xF0 + i));
-  const SendCase cases[] = {
-      {"map refresh notice",
-       [&] { return v2xmapconv_UpdataMapDataNotify(&refresh); },
-       7,
-       101,
-       {{14, le(84, 2)},
-        {17, le(7, 4)},
-        {21, le(1, 4)},
-        {25, le(73, 2)},
-        {27, {0, 0}},
-        {29, le(0, 8)},
-        {37, md5},
-        {53, Bytes(48, 0)}}},
-      {"map data request before any map",
-       [] {
-         SendGetMapDataToAPP(nullptr);
-         return 0;
-       },
-       10,
-       36,
-       {{14, le(19, 2)}, {17, le(10, 4)}, {21, le(1, 4)}, {25, le(8, 2)}, {27, {0}}, {28, le(0, 8)}}},
+  Bytes notice = le(0, 9);        // file id, file time
+  for (uint8_t i = 0; i < 16; ++i) notice.push_back(refresh.m_CheckSum[i] = static_cast<uint8_t>(0xF0 + i));
+  notice.resize(73, 0);
+  int32 ret = 0;
+  const struct {
+    const char* name;
+    std::function<void()> send;
+    int32_t type;
+    Bytes data;
+  } cases[] = {
+      {"map refresh notice", [&] { ret = v2xmapconv_UpdataMapDataNotify(&refresh); }, 7, notice},
+      {"map data request before any map", [] { SendGetMapDataToAPP(nullptr); }, 10, le(0, 8)},
   };
-  v2xtest::UdpPeer& peer = peer_;
   const uint16_t clientPort = v2xtest::loggedClientPort(log(), "MAP_CONV_SEND");
   ASSERT_NE(clientPort, 0);
-  for (const SendCase& c : cases) {
+  for (const auto& c : cases) {
     const uint64_t before = v2xpub_CommGetCurrentTime64();
-    int32 ret = -100;
-    std::thread sender([&] { ret = c.send(); });
+    ret = 0;  // the request has no result of its own
+    std::thread sender(c.send);
     Bytes got;
     sockaddr_in from{};
-    const bool received = peer.receive(got, &from);
-    if (received) peer.sendTo(from, packet(21, rsuBody(c.answerType, 0, {})));
+    const bool received = peer_.receive(got, &from);
+    if (received) peer_.sendTo(from, packet(21, rsuBody(c.type, 0, {})));
     sender.join();
     ASSERT_TRUE(received) << c.name;
     EXPECT_EQ(ret, 0) << c.name;
     EXPECT_EQ(ntohs(from.sin_port), clientPort) << c.name << ": sent from the port the log names";
-    ASSERT_EQ(got.size(), c.length) << c.name;
-    auto fields = c.fields;
-    fields.insert(fields.end(), {{0, {0xA5, 0x5A, 4, 0}}, {12, le(20, 2)}, {16, {0}}});
-    for (const auto& [offset, bytes] : fields)
-      EXPECT_EQ(Bytes(got.begin() + offset, got.begin() + offset + bytes.size()), bytes) << c.name << " @" << offset;
+    ASSERT_GE(got.size(), 12u) << c.name;
     uint64_t sent = 0;
     for (size_t i = 0; i < 8; ++i) sent |= static_cast<uint64_t>(got[4 + i]) << (8 * i);
     EXPECT_GE(sent, before) << c.name;
     EXPECT_LE(sent, v2xpub_CommGetCurrentTime64()) << c.name;
+    EXPECT_EQ(got, packet(20, rsuBody(c.type, 1, c.data), 0, 0xA5, sent)) << c.name;
   }
   EXPECT_EQ(log().find("UDP send error"), std::string::npos);
   EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(nullptr), -2);
@@ -138,8 +133,6 @@ struct RespCase {
 
 TEST_F(StackInterface, ResponseChecks) {
   const Bytes noMaps = rsuBody(10, 0, {});
-  const Bytes map0 = v2xtest::uperMap(1, 100, "first"), map1 = v2xtest::uperMap(2, 200);
-  ASSERT_TRUE(!map0.empty() && !map1.empty() && map0.size() != map1.size());
   auto cut = [](Bytes p) {  // one byte less received, the head's body length to match
     p.pop_back();
     p[14] = static_cast<uint8_t>(p.size() - 17);
@@ -152,16 +145,15 @@ TEST_F(StackInterface, ResponseChecks) {
       {"body above 20480", packet(21, rsuBody(10, 0, Bytes(20481 - 11, 0))), -4, "too large ; error"},
       {"shorter than a head", Bytes(10, 0xA5), -4, nullptr},
       {"wrong command", packet(51, noMaps), -6, "Recv cmdType error"},
-      {"zero maps", packet(21, noMaps), 0, nullptr},
       {"largest body, zero maps", packet(21, rsuBody(10, 0, Bytes(20480 - 11, 0))), 0, nullptr},
       {"body without its data head", packet(21, {10, 0, 0, 0, 1}), -4, nullptr},
       {"item past the end", packet(21, rsuBody(10, 1, {0xF4, 0x01, 1, 2, 3})), -4, "runs past"},
       {"length field past the end", packet(21, rsuBody(10, 1000, {0x01})), -4, "runs past"},
       {"undecodable map", packet(21, rsuBody(10, 1, {4, 0, 0xFF, 0xFF, 0xFF, 0xFF})), -5,
        "v2xapp_GBMapUperDecode error"},
-      {"two maps", packet(21, rsuBody(10, 2, mapItems({map0, map1}))), 0, "map 1 of 2 decoded"},
-      {"second map past the end", cut(packet(21, rsuBody(10, 2, mapItems({map0, map1})))), -4, "map 1 at offset"},
-      {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({map0, {0xFF, 0xFF}}))), -5,
+      {"two maps", packet(21, rsuBody(10, 2, mapItems({kMap0, kMap1}))), 0, "map 1 of 2 decoded"},
+      {"second map past the end", cut(packet(21, rsuBody(10, 2, mapItems({kMap0, kMap1})))), -4, "map 1 at offset"},
+      {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({kMap0, {0xFF, 0xFF}}))), -5,
        "v2xapp_GBMapUperDecode error"},
   };
   for (const RespCase& c : cases) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,18 +71,8 @@ TEST_F(LogTest, RegistryHandlesByNameAndIndex) {
   EXPECT_EQ(v2xlog_SetTagLevel(handle_, -1), -2);
   EXPECT_EQ(v2xlog_SetTagLevel(nullptr, 3), -2);
 
-  bool found = false;
-  for (uint16 i = 0; i < v2xlog_GetTagNum(); ++i) {
-    char name[8];
-    std::memset(name, 'x', sizeof(name));
-    int16 level = -1;
-    ASSERT_EQ(v2xlog_GetTagLevelByIndex(i, name, &level), 0);
-    if (std::memcmp(name, "TLOG\0\0\0\0", 8) == 0) {
-      found = true;
-      EXPECT_EQ(level, 6);
-    }
-  }
-  EXPECT_TRUE(found);
+  // Names and levels by index are what the log tool reads from the service
+  // (its process test checks them byte by byte); here only the end.
   char name[8];
   int16 level;
   EXPECT_EQ(v2xlog_GetTagLevelByIndex(v2xlog_GetTagNum(), name, &level), -2);

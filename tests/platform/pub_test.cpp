@@ -11,76 +11,39 @@
 
 namespace {
 
-std::atomic<int> g_runs{0};
-std::atomic<int> g_enters{0};
-std::atomic<int> g_exits{0};
+void countRun(void* arg) { ++*static_cast<std::atomic<int>*>(arg); }
 
-void countRun(void* arg) {
-  ++g_runs;
-  if (arg != nullptr) ++*static_cast<std::atomic<int>*>(arg);
-}
-void countEnter(void*) { ++g_enters; }
-void countExit(void*) { ++g_exits; }
-
-v2xpub_TaskInitPara_t taskPara(uint32 intervalUs, bool oneShot = false) {
+// A task as the service makes them: periodic, without enter or exit routine
+// (nothing uses those, nor one-shot tasks); the argument counts the runs.
+v2xpub_TaskInitPara_t taskPara(uint32 intervalUs, std::atomic<int>* runs) {
   v2xpub_TaskInitPara_t p{};
   std::snprintf(p.m_taskName, sizeof(p.m_taskName), "test_task");
   p.m_intervals = intervalUs;
   p.m_tskType = V2XTASK_TYPE_RR;
-  p.m_isOneShot = oneShot;
   p.f_tskFunExec = countRun;
+  p.mp_arg = runs;
   return p;
 }
 
-// Waits (bounded) until the counter reaches n.
-bool waitCount(const std::atomic<int>& c, int n) {
-  for (int i = 0; i < 1000 && c.load() < n; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  return c.load() >= n;
-}
-
-TEST(Task, RunsPeriodicallyWithEnterAndExitUntilStopped) {
-  std::atomic<int> mine{0};
-  auto p = taskPara(2000);
-  p.mp_arg = &mine;
-  p.f_tskFunEnter = countEnter;
-  p.f_tskFunExit = countExit;
-  g_enters = 0;
-  g_exits = 0;
-  V2XPUB_TASKHANDLE h = nullptr;
+// Every 2 ms, and every minute: the first runs until stopped, the second
+// never runs, and its stop returns at once, not after a minute.
+TEST(Task, RunsEveryPeriodUntilStoppedAndNothingBeforeTheFirst) {
+  std::atomic<int> runs{0}, never{0};
+  auto p = taskPara(2000, &runs), q = taskPara(60000000, &never);
+  V2XPUB_TASKHANDLE h = nullptr, late = nullptr;
   ASSERT_EQ(v2xpub_TaskCreate(&h, &p), 0);
-  ASSERT_TRUE(waitCount(mine, 5));
-  EXPECT_EQ(v2xpub_TaskStop(h), 0);
-  EXPECT_EQ(g_enters.load(), 1);
-  EXPECT_EQ(g_exits.load(), 1);
-}
-
-TEST(Task, OneShotRunsOnceAndEndsByItself) {
-  std::atomic<int> mine{0};
-  auto p = taskPara(1000, true);
-  p.mp_arg = &mine;
-  p.f_tskFunExit = countExit;
-  g_exits = 0;
-  V2XPUB_TASKHANDLE h = nullptr;
-  ASSERT_EQ(v2xpub_TaskCreate(&h, &p), 0);
-  ASSERT_TRUE(waitCount(g_exits, 1));  // the exit routine runs without a stop
-  EXPECT_EQ(mine.load(), 1);
-  EXPECT_EQ(v2xpub_TaskRunCount(h), 1U);
-  EXPECT_EQ(v2xpub_TaskStop(h), 0);
-}
-
-TEST(Task, StopBeforeFirstPeriodRunsNothing) {
-  std::atomic<int> mine{0};
-  auto p = taskPara(60000000);  // one minute
-  p.mp_arg = &mine;
-  V2XPUB_TASKHANDLE h = nullptr;
-  ASSERT_EQ(v2xpub_TaskCreate(&h, &p), 0);
-  EXPECT_EQ(v2xpub_TaskStop(h), 0);  // returns at once, not after a minute
-  EXPECT_EQ(mine.load(), 0);
+  ASSERT_EQ(v2xpub_TaskCreate(&late, &q), 0);
+  for (int i = 0; i < 1000 && runs.load() < 5; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_GE(runs.load(), 5);
+  EXPECT_EQ(v2xpub_TaskStop(h), 0);  // joins the task's thread
+  EXPECT_EQ(v2xpub_TaskStop(late), 0);
+  EXPECT_EQ(never.load(), 0);
 }
 
 TEST(Task, RefusesBadParameters) {
   V2XPUB_TASKHANDLE h = nullptr;
-  auto p = taskPara(1000);
+  std::atomic<int> runs{0};
+  auto p = taskPara(1000, &runs);
   EXPECT_EQ(v2xpub_TaskCreate(nullptr, &p), -2);
   EXPECT_EQ(v2xpub_TaskCreate(&h, nullptr), -2);
   auto noExec = p;
