@@ -56,8 +56,10 @@ class MapDownTest : public ::testing::Test {
                   (dir_ / "conf/none.xml").string() + "\";\n};\n");
   }
 
-  // Reads a document into a fresh record; the frame stays for inspection.
+  // Reads a document into a fresh record and frame; the frame stays for inspection.
   int32 read(const std::string& text) {
+    Frame fresh;
+    std::swap(frame_.frame, fresh.frame);
     record_ = {};
     record_.map = frame_.frame;
     std::string copy = text;
@@ -75,6 +77,8 @@ class MapDownTest : public ::testing::Test {
   Frame frame_;
   v2xcloud_map_data_t record_{};
 };
+
+inline std::string sample(const char* name) { return readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples" / name); }
 
 // A document around one node; `links` is the JSON text of its "inLinks" value.
 inline std::string docWithLinks(const std::string& links, const std::string& eTag = "e1") {

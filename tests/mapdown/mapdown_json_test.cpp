@@ -102,13 +102,10 @@ TEST(MapDownJson, KeyLookupAsTheJsonLibrary) {
 // The sample maps, and damaged copies of them (bytes removed, doubled or
 // replaced by JSON's own characters), read the same way by both parsers.
 TEST(MapDownJson, SampleMapsAndDamagedCopies) {
-  std::vector<std::string> docs;
-  for (const char* name : {"map_4x.json", "map_slice1.json", "map_slice2.json", "map_slice3.json"}) {
-    docs.push_back(readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples" / name));
-  }
   const std::string alphabet = "{}[]\":,.-+eE0159\\u \"tnf\x01\xC3";
   std::mt19937 rng(20240611);
-  for (const std::string& doc : docs) {
+  for (const char* name : {"map_4x.json", "map_slice1.json", "map_slice2.json", "map_slice3.json"}) {
+    const std::string doc = sample(name);
     ASSERT_FALSE(doc.empty());
     EXPECT_EQ(compare(doc), "");
     for (int round = 0; round < 400; ++round) {

@@ -71,12 +71,8 @@ TEST_F(MapDownTest, ConvertToolExitStatusAndOutput) {
     ToolRun r = runTool(c.args);
     EXPECT_EQ(r.status, c.status) << r.out;
     EXPECT_NE(r.out.find(c.output), std::string::npos) << r.out;
-    if (c.mustExist != nullptr) {
-      EXPECT_TRUE(fs::exists(dir_ / c.mustExist));
-    }
-    if (c.mustGo != nullptr) {
-      EXPECT_FALSE(fs::exists(dir_ / c.mustGo));
-    }
+    EXPECT_TRUE(c.mustExist == nullptr || fs::exists(dir_ / c.mustExist));
+    EXPECT_TRUE(c.mustGo == nullptr || !fs::exists(dir_ / c.mustGo));
   }
   // The given configuration is only read.
   EXPECT_NE(readFile(dir_ / "conf/v2x_map_convert.cfg").find("jiading-grid-v1"), std::string::npos);
@@ -119,7 +115,7 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
        1,
        {"nodes[0].inLinks[1].lanes[0].laneId 9"}},
       {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {"eTag 1"}},
-      {"clean", readFile(fs::path(V2X_SOURCE_DIR) / "etc/samples/map_slice1.json"), 0, {}},
+      {"clean", sample("map_slice1.json"), 0, {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
