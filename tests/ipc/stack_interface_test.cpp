@@ -40,10 +40,6 @@ Bytes& put(Bytes& out, uint64_t v, size_t n) {
   for (size_t i = 0; i < n; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
   return out;
 }
-Bytes le(uint64_t v, size_t n) {
-  Bytes out;
-  return put(out, v, n);
-}
 
 // A packet: head (flags, inc 4, direction 0, time, command, body length, 0), then the body.
 Bytes packet(uint16_t cmd, const Bytes& body, int packLenDelta = 0, uint8_t flag0 = 0xA5,
@@ -86,7 +82,7 @@ class StackInterface : public ::testing::Test {
 // the call and its return); the peer answers with the same data type.
 TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   v2xipc_mapRefresh_t refresh{};  // slice 1: file 0
-  Bytes notice = le(0, 9);        // file id, file time
+  Bytes notice(9, 0);             // file id, file time
   for (uint8_t i = 0; i < 16; ++i) notice.push_back(refresh.m_CheckSum[i] = static_cast<uint8_t>(0xF0 + i));
   notice.resize(73, 0);
   int32 ret = 0;
@@ -97,7 +93,7 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
     Bytes data;
   } cases[] = {
       {"map refresh notice", [&] { ret = v2xmapconv_UpdataMapDataNotify(&refresh); }, 7, notice},
-      {"map data request before any map", [] { SendGetMapDataToAPP(nullptr); }, 10, le(0, 8)},
+      {"map data request before any map", [] { SendGetMapDataToAPP(nullptr); }, 10, Bytes(8, 0)},
   };
   const uint16_t clientPort = v2xtest::loggedClientPort(log(), "MAP_CONV_SEND");
   ASSERT_NE(clientPort, 0);
