@@ -51,25 +51,14 @@ TEST(MapTool, BadInputAndUsageErrors) {
   v2xtest::writeFile(dir.file("far.xml"),
                      "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>1</lat>"
                      "<long>1800000002</long></refPos></Node></nodes></mapFrame></MessageFrame>");
-  struct Case {
-    std::vector<std::string> args;
-    int status;
-    const char* message;
-  };
-  const Case cases[] = {
+  const std::vector<ToolFailure> cases = {
       {{"decode", dir.file("short.uper")}, 1, "not a valid UPER MessageFrame: data end inside the message"},
       {{"decode", dir.file("bsm.uper")}, 1, "(a bsmFrame, not supported)"},
       {{"encode", dir.file("far.xml"), "-o", dir.file("x")}, 1, "Longitude: constraint failed"},
       {{"encode", dir.file("far.xml")}, 2, "no output file"},
       {{"decode"}, 2, "no input file"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.message);
-    const ToolRun r = runTool(dir, c.args);
-    EXPECT_EQ(r.status, c.status);
-    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
-    EXPECT_EQ(r.out, "");
-  }
+  expectToolFailures(dir, cases);
   EXPECT_FALSE(std::filesystem::exists(dir.file("x")));
 
   for (const char* cmd : {"decode", "encode"}) {

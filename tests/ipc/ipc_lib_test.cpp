@@ -83,8 +83,6 @@ class Exchange : public ::testing::Test {
     ASSERT_EQ(v2xipc_SocketInit(&client_, nullptr, &c), 0);
     svrPort_ = v2xipc_SocketLocalPort(server_, 1);
     cliPort_ = v2xipc_SocketLocalPort(client_, 0);
-    ASSERT_NE(svrPort_, 0);
-    ASSERT_NE(cliPort_, 0);
     ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", svrPort_), 0);
   }
   void TearDown() override {
