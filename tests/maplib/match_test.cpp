@@ -152,10 +152,8 @@ TEST(MatchLane, LogsEverySegmentWithAFootAndTheMatch) {
   MapSearch_t res{};
   log.mark();
   ASSERT_EQ(0, v2xapp_GBMapMatchLane(&veh, x.map, &res));
-  const std::string text = log.since();
-  EXPECT_NE(std::string::npos, text.find(":node=0  link=0  lane=0  pointnum=2 distance=1.600000,lanewidth=3.500000\n"))
-      << text;
-  EXPECT_NE(std::string::npos, text.find(":map matched nodeIndex=0:linkINdex=0:laneIndex=0\n")) << text;
+  log.expect({":node=0  link=0  lane=0  pointnum=2 distance=1.600000,lanewidth=3.500000\n",
+              ":map matched nodeIndex=0:linkINdex=0:laneIndex=0\n"});
 }
 
 // Every lane type reads back through the lane query (BuildAndQuery); here
