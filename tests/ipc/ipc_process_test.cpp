@@ -45,13 +45,11 @@ class ServiceProcess : public ::testing::Test {
     std::vector<std::string> argv = {V2X_STACK_SIM_BIN, "-w", work_.path()};
     argv.insert(argv.end(), extra.begin(), extra.end());
     ASSERT_TRUE(sim.start(argv));
-    const std::string listening = "listening on 127.0.0.1:";
     ASSERT_TRUE(sim.waitForOutput(", maps from"));
-    const size_t at = sim.output().find(listening);
-    ASSERT_NE(at, std::string::npos) << sim.output();
-    const unsigned long port = std::stoul(sim.output().substr(at + listening.size()));
-    ASSERT_NE(port, 0UL);
-    v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(port));
+    const std::string out = sim.output();
+    std::smatch port;
+    ASSERT_TRUE(std::regex_search(out, port, std::regex("listening on 127\\.0\\.0\\.1:([1-9][0-9]*)"))) << out;
+    v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(std::stoul(port[1])));
   }
   // Runs a peer program to its end (its own time bound ends it); its output
   // and standard error, and its exit code in rc.
