@@ -90,12 +90,6 @@ std::vector<uint8_t> logRequest(uint8_t cmdType, uint8_t logCmd) {
   return {0xA5, 0x5A, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, cmdType, 0, 5, 0, 0, logCmd, 0, 0, 0, 0};
 }
 
-struct ToolStep {
-  std::vector<std::string> args;
-  int exitCode;
-  std::vector<std::string> output;  // each must appear
-};
-
 // The V2X protocol process is gone meanwhile: the service's requests to it
 // fail, with a warning each, and it goes on serving the log tool.
 TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
@@ -118,14 +112,18 @@ TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
   EXPECT_EQ(bytes(92, 10), std::string("SINF\0\0\0\0\4\0", 10)) << "entry 7: name, level 4";
   EXPECT_FALSE(tool.receive(reply, nullptr, 300)) << "only the read command is answered";
 
-  const ToolStep steps[] = {
+  const struct {
+    std::vector<std::string> args;
+    int exitCode;
+    std::vector<std::string> output;  // each must appear
+  } steps[] = {
       {{"set", "ALL", "6"}, 0, {"reply: command 2, result 0", "ALL set to level 6"}},
       {{"set", "SINF", "7"}, 0, {"SINF set to level 7"}},
       {{"set", "NOPE", "3"}, 1, {"no reply"}},
       {{"set", "MDDS", "9"}, 1, {"no reply"}},
       {{"read"}, 0, {"14 tags:", "  SINF     7", "  MDDS     6", "  VIPC     6"}},
   };
-  for (const ToolStep& s : steps) {
+  for (const auto& s : steps) {
     int rc = -1;
     const std::string out = logTool(s.args, rc);
     EXPECT_EQ(rc, s.exitCode) << s.args.back();

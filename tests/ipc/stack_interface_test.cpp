@@ -120,13 +120,6 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(nullptr), -2);
 }
 
-struct RespCase {
-  const char* name;
-  Bytes bytes;
-  int32 ret;
-  const char* logText;  // expected in the log, or nullptr
-};
-
 TEST_F(StackInterface, ResponseChecks) {
   const Bytes noMaps = rsuBody(10, 0, {});
   auto cut = [](Bytes p) {  // one byte less received, the head's body length to match
@@ -135,7 +128,12 @@ TEST_F(StackInterface, ResponseChecks) {
     p[15] = static_cast<uint8_t>((p.size() - 17) >> 8);
     return p;
   };
-  const RespCase cases[] = {
+  const struct {
+    const char* name;
+    Bytes bytes;
+    int32 ret;
+    const char* logText;  // expected in the log, or nullptr
+  } cases[] = {
       {"bad head flag", packet(21, noMaps, 0, 0xA6), -3, "v2xmapconv_GetMapDataResp headflag error"},
       {"length mismatch", packet(21, noMaps, 1), -4, "v2xmapconv_GetMapDataResp too large ; error"},
       {"body above 20480", packet(21, rsuBody(10, 0, Bytes(20481 - 11, 0))), -4, "too large ; error"},
@@ -152,7 +150,7 @@ TEST_F(StackInterface, ResponseChecks) {
       {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({kMap0, {0xFF, 0xFF}}))), -5,
        "v2xapp_GBMapUperDecode error"},
   };
-  for (const RespCase& c : cases) {
+  for (const auto& c : cases) {
     Bytes buf(c.bytes);  // exactly the received bytes on the heap: a read past them is caught
     v2xpub_UdpSocketDataHead_t d{static_cast<int16>(buf.size()), buf.data()};
     const size_t logged = log().size();

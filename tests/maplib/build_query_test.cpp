@@ -9,7 +9,6 @@
 #include "MessageFrame.h"
 #include "maplib_test_util.h"
 #include "v2x_asn_codec.h"
-#include "v2xapp_gbmap_build.h"
 #include "v2xapp_gbmap_query.h"
 
 using namespace maplibtest;
