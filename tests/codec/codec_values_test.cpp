@@ -190,13 +190,12 @@ TEST(CodecValues, SizeRangeEnds) {
 // The generated descriptors used to lose their range checks once any coder
 // had run; the checks must keep refusing afterwards.
 TEST(CodecValues, ChecksStillRefuseAfterTheCodersRan) {
-  Frame f(newMap(1, 1, 900000001, 0));
+  Frame f;
+  ASSERT_EQ(decode(fromHex(kMap528), f).code, RC_OK);
   ASSERT_FALSE(encode(asn_DEF_MessageFrame, f.p).empty());
-  Frame back;
-  ASSERT_EQ(decode(fromHex(kMap528), back).code, RC_OK);
   FILE* sink = std::fopen("/dev/null", "w");
   ASSERT_NE(sink, nullptr);
-  EXPECT_EQ(asn_fprint(sink, &asn_DEF_MessageFrame, back.p), 0);
+  EXPECT_EQ(asn_fprint(sink, &asn_DEF_MessageFrame, f.p), 0);
   std::fclose(sink);
 
   f.map().nodes.list.array[0]->refPos.lat = 900000002;
@@ -204,8 +203,6 @@ TEST(CodecValues, ChecksStillRefuseAfterTheCodersRan) {
   size_t errLen = sizeof(err);
   EXPECT_NE(asn_check_constraints(&asn_DEF_MessageFrame, f.p, err, &errLen), 0);
   EXPECT_STREQ(err, "Latitude: constraint failed");
-  long lat = 900000002;
-  EXPECT_NE(asn_DEF_Latitude.check_constraints(&asn_DEF_Latitude, &lat, nullptr, nullptr), 0);
   asn_enc_rval_t er = asn_encode_to_buffer(nullptr, ATS_UNALIGNED_BASIC_PER, &asn_DEF_MessageFrame, f.p, nullptr, 0);
   EXPECT_EQ(er.encoded, -1);
   ASSERT_NE(er.failed_type, nullptr);

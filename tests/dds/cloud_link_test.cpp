@@ -76,10 +76,10 @@ TEST_F(CloudLink, SendingWithoutPeerOrLink) {
   EXPECT_EQ(v2xcloud_ddsSend(obj, "rsu/NOPEER_x/map/rsucloud", rec, sizeof(rec)), -2);
 }
 
-// v, then more.
-template <class T>
-std::vector<T> then(std::vector<T> v, const std::vector<T>& more) {
-  v.insert(v.end(), more.begin(), more.end());
+// Nine full samples, then the rest.
+std::vector<unsigned> nineThen(const std::vector<unsigned>& rest) {
+  std::vector<unsigned> v(9, 1024);
+  v.insert(v.end(), rest.begin(), rest.end());
   return v;
 }
 
@@ -99,7 +99,6 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
   v2xtest::TempDir work;
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
   ASSERT_EQ(v2xmapconv_InitCfg(work.path().c_str()), 0);
-  const std::vector<unsigned> nine(9, 1024);
   struct Case {
     const char* name;
     size_t len;
@@ -109,8 +108,8 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
   };
   const std::vector<Case> cases = {
       {"2048 and the zero tail", 2048, {1024, 1024, 1}, true, "recv_total:2049"},
-      {"9999 exactly", 9999, then(nine, {783}), true, "recv_total:9999"},
-      {"10300: the tenth sample overflows, the rest is no document", 10300, then(nine, {1024, 60}), false,
+      {"9999 exactly", 9999, nineThen({783}), true, "recv_total:9999"},
+      {"10300: the tenth sample overflows, the rest is no document", 10300, nineThen({1024, 60}), false,
        "Map msg data is too long:10240"},
   };
   std::string lastStored = "(none)";
@@ -143,18 +142,17 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
 // the map-down receiver does, and notes each acknowledgement's size.
 TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
   std::string source(12000, 'a');
-  const std::vector<unsigned> nine(9, 1024);
   const struct {
     const char* name;
     std::vector<unsigned> samples;
     std::vector<std::string> notes;  // in this order
   } cases[] = {
       {"1500 as 1024 + 476", {1024, 476}, {"Map_Ack recv_total:1500\n"}},
-      {"9999 fit", then(nine, {783}), {"Map_Ack recv_total:9999\n"}},
+      {"9999 fit", nineThen({783}), {"Map_Ack recv_total:9999\n"}},
       {"the tenth full sample overflows; the next short one stands alone",
-       then(nine, {1024, 10}),
+       nineThen({1024, 10}),
        {"Msg data is too long\n", "Map_Ack recv_total:10\n"}},
-      {"overflow on the last sample", then(nine, {784}), {"Msg data is too long\n", "Map_Ack recv_total:0\n"}},
+      {"overflow on the last sample", nineThen({784}), {"Msg data is too long\n", "Map_Ack recv_total:0\n"}},
   };
   // The receiver the link registers, and the upload module's own (built,
   // not registered), which joins the same way under its own name.

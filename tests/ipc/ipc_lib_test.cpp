@@ -17,17 +17,15 @@ using v2xtest::TempDir;
 using v2xtest::UdpPeer;
 using Bytes = std::vector<uint8_t>;
 
-struct CfgCase {
-  const char* name;
-  const char* text;  // nullptr: no file
-  int32 ret;
-  uint16 appRs, convSnd, logTool;
-  const char* rsuRcv;       // address of the endpoint "RSU_RCV"
-  const char* logToolBind;  // bind override of "MAP_C_LOGTOOL", "" for none
-};
-
 TEST(IpcConfig, FileValuesAndDefaults) {
-  const CfgCase cases[] = {
+  const struct {
+    const char* name;
+    const char* text;  // nullptr: no file
+    int32 ret;
+    uint16 appRs, convSnd, logTool;
+    const char* rsuRcv;       // address of the endpoint "RSU_RCV"
+    const char* logToolBind;  // bind override of "MAP_C_LOGTOOL", "" for none
+  } cases[] = {
       {"missing file", nullptr, -1, 20100, 20110, 20111, "127.0.0.1", ""},
       {"syntax error", "ports : { m_app_rs_rcvport = 1 ", -1, 20100, 20110, 20111, "127.0.0.1", ""},
       {"complete",
@@ -39,7 +37,7 @@ TEST(IpcConfig, FileValuesAndDefaults) {
        "endpoints : { RSU_RCV = \"localhost\"; };\nbind : { MAP_C_LOGTOOL = 5; };\n",
        0, 20100, 20110, 0, "127.0.0.1", ""},
   };
-  for (const CfgCase& c : cases) {
+  for (const auto& c : cases) {
     TempDir dir;
     if (c.text != nullptr) v2xtest::writeFile(dir.file("conf/v2x_ipc_port.cfg"), c.text);
     EXPECT_EQ(v2xipc_CfgInit(dir.path().c_str()), c.ret) << c.name;
@@ -83,8 +81,6 @@ class Exchange : public ::testing::Test {
     ASSERT_EQ(v2xipc_SocketInit(&client_, nullptr, &c), 0);
     svrPort_ = v2xipc_SocketLocalPort(server_, 1);
     cliPort_ = v2xipc_SocketLocalPort(client_, 0);
-    ASSERT_NE(svrPort_, 0);
-    ASSERT_NE(cliPort_, 0);
     ASSERT_EQ(v2xipc_SocketSetSendAddr(client_, nullptr, "127.0.0.1", svrPort_), 0);
   }
   void TearDown() override {

@@ -45,13 +45,11 @@ class ServiceProcess : public ::testing::Test {
     std::vector<std::string> argv = {V2X_STACK_SIM_BIN, "-w", work_.path()};
     argv.insert(argv.end(), extra.begin(), extra.end());
     ASSERT_TRUE(sim.start(argv));
-    const std::string listening = "listening on 127.0.0.1:";
     ASSERT_TRUE(sim.waitForOutput(", maps from"));
-    const size_t at = sim.output().find(listening);
-    ASSERT_NE(at, std::string::npos) << sim.output();
-    const unsigned long port = std::stoul(sim.output().substr(at + listening.size()));
-    ASSERT_NE(port, 0UL);
-    v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(port));
+    const std::string out = sim.output();
+    std::smatch port;
+    ASSERT_TRUE(std::regex_search(out, port, std::regex("listening on 127\\.0\\.0\\.1:([1-9][0-9]*)"))) << out;
+    v2xtest::writeIpcConfig(work_.path(), static_cast<uint16_t>(std::stoul(port[1])));
   }
   // Runs a peer program to its end (its own time bound ends it); its output
   // and standard error, and its exit code in rc.
@@ -92,12 +90,6 @@ std::vector<uint8_t> logRequest(uint8_t cmdType, uint8_t logCmd) {
   return {0xA5, 0x5A, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, cmdType, 0, 5, 0, 0, logCmd, 0, 0, 0, 0};
 }
 
-struct ToolStep {
-  std::vector<std::string> args;
-  int exitCode;
-  std::vector<std::string> output;  // each must appear
-};
-
 // The V2X protocol process is gone meanwhile: the service's requests to it
 // fail, with a warning each, and it goes on serving the log tool.
 TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
@@ -120,14 +112,18 @@ TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
   EXPECT_EQ(bytes(92, 10), std::string("SINF\0\0\0\0\4\0", 10)) << "entry 7: name, level 4";
   EXPECT_FALSE(tool.receive(reply, nullptr, 300)) << "only the read command is answered";
 
-  const ToolStep steps[] = {
+  const struct {
+    std::vector<std::string> args;
+    int exitCode;
+    std::vector<std::string> output;  // each must appear
+  } steps[] = {
       {{"set", "ALL", "6"}, 0, {"reply: command 2, result 0", "ALL set to level 6"}},
       {{"set", "SINF", "7"}, 0, {"SINF set to level 7"}},
       {{"set", "NOPE", "3"}, 1, {"no reply"}},
       {{"set", "MDDS", "9"}, 1, {"no reply"}},
       {{"read"}, 0, {"14 tags:", "  SINF     7", "  MDDS     6", "  VIPC     6"}},
   };
-  for (const ToolStep& s : steps) {
+  for (const auto& s : steps) {
     int rc = -1;
     const std::string out = logTool(s.args, rc);
     EXPECT_EQ(rc, s.exitCode) << s.args.back();

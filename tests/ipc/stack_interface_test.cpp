@@ -40,10 +40,6 @@ Bytes& put(Bytes& out, uint64_t v, size_t n) {
   for (size_t i = 0; i < n; ++i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
   return out;
 }
-Bytes le(uint64_t v, size_t n) {
-  Bytes out;
-  return put(out, v, n);
-}
 
 // A packet: head (flags, inc 4, direction 0, time, command, body length, 0), then the body.
 Bytes packet(uint16_t cmd, const Bytes& body, int packLenDelta = 0, uint8_t flag0 = 0xA5,
@@ -86,7 +82,7 @@ class StackInterface : public ::testing::Test {
 // the call and its return); the peer answers with the same data type.
 TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   v2xipc_mapRefresh_t refresh{};  // slice 1: file 0
-  Bytes notice = le(0, 9);        // file id, file time
+  Bytes notice(9, 0);             // file id, file time
   for (uint8_t i = 0; i < 16; ++i) notice.push_back(refresh.m_CheckSum[i] = static_cast<uint8_t>(0xF0 + i));
   notice.resize(73, 0);
   int32 ret = 0;
@@ -97,7 +93,7 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
     Bytes data;
   } cases[] = {
       {"map refresh notice", [&] { ret = v2xmapconv_UpdataMapDataNotify(&refresh); }, 7, notice},
-      {"map data request before any map", [] { SendGetMapDataToAPP(nullptr); }, 10, le(0, 8)},
+      {"map data request before any map", [] { SendGetMapDataToAPP(nullptr); }, 10, Bytes(8, 0)},
   };
   const uint16_t clientPort = v2xtest::loggedClientPort(log(), "MAP_CONV_SEND");
   ASSERT_NE(clientPort, 0);
@@ -124,13 +120,6 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(nullptr), -2);
 }
 
-struct RespCase {
-  const char* name;
-  Bytes bytes;
-  int32 ret;
-  const char* logText;  // expected in the log, or nullptr
-};
-
 TEST_F(StackInterface, ResponseChecks) {
   const Bytes noMaps = rsuBody(10, 0, {});
   auto cut = [](Bytes p) {  // one byte less received, the head's body length to match
@@ -139,7 +128,12 @@ TEST_F(StackInterface, ResponseChecks) {
     p[15] = static_cast<uint8_t>((p.size() - 17) >> 8);
     return p;
   };
-  const RespCase cases[] = {
+  const struct {
+    const char* name;
+    Bytes bytes;
+    int32 ret;
+    const char* logText;  // expected in the log, or nullptr
+  } cases[] = {
       {"bad head flag", packet(21, noMaps, 0, 0xA6), -3, "v2xmapconv_GetMapDataResp headflag error"},
       {"length mismatch", packet(21, noMaps, 1), -4, "v2xmapconv_GetMapDataResp too large ; error"},
       {"body above 20480", packet(21, rsuBody(10, 0, Bytes(20481 - 11, 0))), -4, "too large ; error"},
@@ -156,7 +150,7 @@ TEST_F(StackInterface, ResponseChecks) {
       {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({kMap0, {0xFF, 0xFF}}))), -5,
        "v2xapp_GBMapUperDecode error"},
   };
-  for (const RespCase& c : cases) {
+  for (const auto& c : cases) {
     Bytes buf(c.bytes);  // exactly the received bytes on the heap: a read past them is caught
     v2xpub_UdpSocketDataHead_t d{static_cast<int16>(buf.size()), buf.data()};
     const size_t logged = log().size();

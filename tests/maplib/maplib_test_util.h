@@ -101,7 +101,7 @@ inline LatLon offsetFrom(LatLon a, LatLon b, double along, double aside) {
 }
 
 // Log file of the test program at level 7 while it lives (level 0 after);
-// lines written after mark().
+// lines written after mark(), and a check that each fragment is among them.
 class LogCapture {
  public:
   LogCapture() : path_(::testing::TempDir() + "maplib_test_" + std::to_string(getpid()) + ".log") {
@@ -126,6 +126,10 @@ class LogCapture {
     ss << in.rdbuf();
     const std::string all = ss.str();
     return start_ < all.size() ? all.substr(start_) : std::string();
+  }
+  void expect(std::initializer_list<const char*> fragments) const {
+    const std::string text = since();
+    for (const char* f : fragments) EXPECT_NE(text.find(f), std::string::npos) << f << " in\n" << text;
   }
 
  private:

@@ -8,9 +8,7 @@
 #include <random>
 
 #include "maplib_test_util.h"
-#include "v2xapp_gbmap_build.h"
 #include "v2xapp_gbmap_match.h"
-#include "v2xlog.h"
 
 using namespace maplibtest;
 

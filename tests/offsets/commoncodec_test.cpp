@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "MessageFrame.h"
-#include "v2x_asn_codec.h"
+#include "codec_test_util.h"
 #include "v2xapp_commoncodec.h"
 #include "v2xlog.h"
 
@@ -29,13 +28,6 @@ struct Llv {  // zero-filled offset record, released like a tree member
   int vPresent() const { return v.offsetV ? v.offsetV->present : 0; }
   long vValue() const { return v.offsetV ? v.offsetV->choice.offset1 : 0; }
 };
-
-// Whether the encoder takes the offset: each alternative has its own range.
-bool encodes(const PositionOffsetLLV_t& v) {
-  uint8_t buf[64];
-  return asn_encode_to_buffer(nullptr, ATS_UNALIGNED_BASIC_PER, &asn_DEF_PositionOffsetLLV, &v, buf, sizeof(buf))
-             .encoded > 0;
-}
 
 c_pos3D_t fpos(double lat, double lon, double elev = 0.0) {
   c_pos3D_t p{};
@@ -145,7 +137,7 @@ TEST(PosOffset, EveryAlternativeEncodesAndParsesBack) {
     Position3D_t abs{kLat + p.dLat, kLon + p.dLon, p.elev == kNone ? nullptr : &p.elev, {}};
     Llv off;
     ASSERT_EQ(0, setPosOffsetLLVOriginal(&abs, &iref, &off.v));
-    EXPECT_TRUE(encodes(off.v)) << v2x_asn_last_error();
+    EXPECT_FALSE(codectest::encode(asn_DEF_PositionOffsetLLV, &off.v).empty()) << v2x_asn_last_error();
     Position3D_t back{};
     ASSERT_EQ(0, prasePosOffsetLLVOriginal(&off.v, &iref, &back));
     EXPECT_EQ(abs.lat, back.lat);
@@ -160,7 +152,7 @@ TEST(PosOffset, EveryAlternativeEncodesAndParsesBack) {
     SCOPED_TRACE(testing::Message() << "lat " << p.lat << " lon " << p.lon);
     Llv off;
     ASSERT_EQ(0, setPosOffsetLLV(&p, &fref, &off.v));
-    EXPECT_TRUE(encodes(off.v)) << v2x_asn_last_error();
+    EXPECT_FALSE(codectest::encode(asn_DEF_PositionOffsetLLV, &off.v).empty()) << v2x_asn_last_error();
     c_pos3D_t back{};
     ASSERT_EQ(0, prasePosOffsetLLV(&off.v, &fref, &back));
     EXPECT_NEAR(p.lat, back.lat, 1.01e-7);  // truncated to 1e-7 degree and 0.1 m

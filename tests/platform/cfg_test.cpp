@@ -66,6 +66,8 @@ TEST_F(CfgTest, MissingKeysWrongTypesAndBadArguments) {
   EXPECT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "a..b", "x"), V2XCFG_FAIL);
 }
 
+// The file is replaced the way every file of the service is (WriteFileData's
+// tests: no temporary left, a failed replacement leaves the old file).
 TEST_F(CfgTest, WriteBackChangesOnlyTheKeyAndKeepsTheRest) {
   ASSERT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", "new-tag"), 0);
   ASSERT_EQ(v2xcfg_SetNodeValue(h_, V2XCFG_MEM_TYPE_STRING, "added.group.value", "42"), 0);
@@ -78,16 +80,12 @@ TEST_F(CfgTest, WriteBackChangesOnlyTheKeyAndKeepsTheRest) {
   EXPECT_EQ(static_cast<int>(cfg.lookup("rsuMapConvertInfo.count")), 7);
   EXPECT_STREQ(cfg.lookup("other").c_str(), "keep me");
   EXPECT_STREQ(cfg.lookup("added.group.value").c_str(), "42");
-  size_t files = 0;
-  for ([[maybe_unused]] auto& e : std::filesystem::directory_iterator(dir_.path())) ++files;
-  EXPECT_EQ(files, 1U);  // no temporary file left beside it
 }
 
-TEST_F(CfgTest, FailedWriteBackLeavesTheFileWhole) {
+TEST_F(CfgTest, FailedWriteBackAndUnknownFlagsFail) {
   std::filesystem::remove(path_);
   std::filesystem::create_directory(path_);  // the target can no longer be replaced
   EXPECT_EQ(v2xcfg_UpdateFile(h_, 0), V2XCFG_FAIL);
-  EXPECT_TRUE(std::filesystem::is_directory(path_));
   EXPECT_EQ(v2xcfg_UpdateFile(h_, 1), V2XCFG_FAIL);
 }
 

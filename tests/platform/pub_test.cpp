@@ -43,15 +43,12 @@ TEST(Task, RunsEveryPeriodUntilStoppedAndNothingBeforeTheFirst) {
 TEST(Task, RefusesBadParameters) {
   V2XPUB_TASKHANDLE h = nullptr;
   std::atomic<int> runs{0};
-  auto p = taskPara(1000, &runs);
-  EXPECT_EQ(v2xpub_TaskCreate(nullptr, &p), -2);
-  EXPECT_EQ(v2xpub_TaskCreate(&h, nullptr), -2);
-  auto noExec = p;
+  auto p = taskPara(1000, &runs), noExec = p, zero = p;
   noExec.f_tskFunExec = nullptr;
-  EXPECT_EQ(v2xpub_TaskCreate(&h, &noExec), -2);
-  auto zero = p;
   zero.m_intervals = 0;
-  EXPECT_EQ(v2xpub_TaskCreate(&h, &zero), -2);
+  for (const v2xpub_TaskInitPara_t* bad : {&noExec, &zero, static_cast<decltype(&p)>(nullptr)})
+    EXPECT_EQ(v2xpub_TaskCreate(&h, bad), -2);
+  EXPECT_EQ(v2xpub_TaskCreate(nullptr, &p), -2);
   EXPECT_EQ(v2xpub_TaskStop(nullptr), -2);
 }
 
