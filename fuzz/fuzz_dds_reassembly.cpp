@@ -14,8 +14,7 @@ using Receiver = void (*)(void*, unsigned int);
 
 // The receive callbacks that join samples, one per topic (the upload's
 // acknowledgement receiver is built though the service does not register it).
-const Receiver kReceivers[] = {v2xcloud_ddsRecvMapDown, v2xcloud_ddsRecvMapAck,
-                               v2xmapconv_ddsRecvMapUpAck};
+const Receiver kReceivers[] = {v2xcloud_ddsRecvMapDown, v2xcloud_ddsRecvMapAck, v2xmapconv_ddsRecvMapUpAck};
 constexpr size_t kTopics = sizeof(kReceivers) / sizeof(kReceivers[0]);
 constexpr size_t kSampleLen = 1024;  // a shorter sample ends a message
 
