@@ -58,7 +58,8 @@ trap 'stop_all; exit 130' INT TERM
 step() { printf '\n== %s\n' "$*"; }
 
 step "1. V2X stack peer on the service's IPC ports (answers with the maps in $W/mapdata)"
-"$STACK" -w "$W" -t 3600 | sed -u 's/^/[stack] /' &
+# $! must be the peer itself (not a pipeline's last command) so that stopping it works.
+"$STACK" -w "$W" -t 3600 > >(sed -u 's/^/[stack] /') &
 pids+=($!)
 
 step "2. v2x_map_convert -w $W (device $DEVICE)"
