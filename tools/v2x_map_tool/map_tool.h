@@ -51,6 +51,7 @@ bool parseArgs(const char* cmd, int argc, char** argv, std::initializer_list<Opt
 bool readInput(const char* cmd, const std::string& path, std::vector<uint8_t>& data);
 // Writes data to path atomically (standard output for "-").
 bool writeOutput(const char* cmd, const std::string& path, const std::vector<uint8_t>& data);
+bool writeOutput(const char* cmd, const std::string& path, const std::string& text);
 
 // True when data looks like an XML document (first non-blank byte '<' and no
 // control bytes) rather than a binary encoding.
@@ -59,6 +60,9 @@ bool looksLikeXml(const std::vector<uint8_t>& data);
 // Decodes a whole MessageFrame (UPER or XER as given) into *handle, which must
 // be null on entry. On failure reports through fail() and leaves *handle null.
 bool decodeFrame(const char* cmd, const std::string& path, const std::vector<uint8_t>& data, bool xer, void** handle);
+// Reads a MessageFrame file (XER when it looks like XML, UPER otherwise) and
+// decodes it as decodeFrame does.
+bool readFrame(const char* cmd, const std::string& path, void** handle);
 // Encodes a MessageFrame (UPER or XER) into out, sized to the encoding.
 bool encodeFrame(const char* cmd, void* handle, bool xer, std::vector<uint8_t>& out);
 // Frees a frame from decodeFrame (null is fine) and clears the handle.

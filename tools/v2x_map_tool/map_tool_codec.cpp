@@ -56,6 +56,11 @@ bool encodeFrame(const char* cmd, void* handle, bool xer, std::vector<uint8_t>& 
   return false;
 }
 
+bool readFrame(const char* cmd, const std::string& path, void** handle) {
+  std::vector<uint8_t> data;
+  return readInput(cmd, path, data) && decodeFrame(cmd, path, data, looksLikeXml(data), handle);
+}
+
 void freeFrame(void** handle) {
   if (*handle != nullptr) v2xapp_GBMapStrDel(handle);
 }

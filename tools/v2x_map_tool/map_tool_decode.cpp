@@ -19,10 +19,8 @@ int runDecode(int argc, char** argv) {
   }
   const char* path = args[0];
 
-  std::vector<uint8_t> data;
-  if (!maptool::readInput(kName, path, data)) return maptool::kExitBadInput;
   void* frame = nullptr;
-  if (!maptool::decodeFrame(kName, path, data, maptool::looksLikeXml(data), &frame)) return maptool::kExitBadInput;
+  if (!maptool::readFrame(kName, path, &frame)) return maptool::kExitBadInput;
 
   int rc = maptool::kExitOk;
   if (text) {

@@ -198,7 +198,7 @@ int runGeojson(int argc, char** argv) {
     maptool::fail(kName, "no memory for the output");
     return maptool::kExitBadInput;
   }
-  if (!maptool::writeOutput(kName, outPath, std::vector<uint8_t>(text.begin(), text.end()))) {
+  if (!maptool::writeOutput(kName, outPath, text)) {
     return maptool::kExitBadInput;
   }
   return maptool::kExitOk;

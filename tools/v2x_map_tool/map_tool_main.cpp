@@ -120,6 +120,10 @@ bool writeOutput(const char* cmd, const std::string& path, const std::vector<uin
   return true;
 }
 
+bool writeOutput(const char* cmd, const std::string& path, const std::string& text) {
+  return writeOutput(cmd, path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
 bool looksLikeXml(const std::vector<uint8_t>& data) {
   size_t i = 0;
   if (data.size() >= 3 && data[0] == 0xEF && data[1] == 0xBB && data[2] == 0xBF) i = 3;  // UTF-8 mark

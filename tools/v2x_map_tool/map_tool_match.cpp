@@ -50,10 +50,8 @@ int runMatch(int argc, char** argv) {
   }
   veh.posIsValid = true;
 
-  std::vector<uint8_t> data;
-  if (!maptool::readInput(kName, args[0], data)) return maptool::kExitBadInput;
   void* frame = nullptr;
-  if (!maptool::decodeFrame(kName, args[0], data, maptool::looksLikeXml(data), &frame)) return maptool::kExitBadInput;
+  if (!maptool::readFrame(kName, args[0], &frame)) return maptool::kExitBadInput;
   MapSearch_t at{};
   const int32_t rc = prepared ? matchPrepared(frame, veh, at) : v2xapp_GBMapMatchLane(&veh, frame, &at);
   int16_t laneId = 0;

@@ -46,10 +46,8 @@ int runRelative(int argc, char** argv) {
     return maptool::kExitUsage;
   }
 
-  std::vector<uint8_t> data;
-  if (!maptool::readInput(kName, path, data)) return maptool::kExitBadInput;
   void* frame = nullptr;
-  if (!maptool::decodeFrame(kName, path, data, maptool::looksLikeXml(data), &frame)) return maptool::kExitBadInput;
+  if (!maptool::readFrame(kName, path, &frame)) return maptool::kExitBadInput;
   const auto& map = *static_cast<const MessageFrame_t*>(frame);
   std::vector<uint8_t> before, after, out;
   bool ok = false;

@@ -86,7 +86,7 @@ int runView(int argc, char** argv) {
   }
   opt.title = std::strcmp(path, "-") == 0 ? "map" : std::filesystem::path(path).filename().string();
   const std::string page = maptool::mapPage(map, faults, opt);
-  if (!maptool::writeOutput(kName, outPath, std::vector<uint8_t>(page.begin(), page.end()))) {
+  if (!maptool::writeOutput(kName, outPath, page)) {
     return maptool::kExitBadInput;
   }
   return maptool::kExitOk;
