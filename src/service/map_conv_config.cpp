@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "map_conv_profile.h"
 #include "v2xcfg.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
@@ -62,6 +63,44 @@ const KeyField kKeys[] = {
      "rsuMapConvertInfo.Sysinfoname node error "},
 };
 
+// Reads the five settings into cfg; a key that cannot be read is logged and
+// its field keeps its content. The names of those keys go to missing (may be
+// null), separated by blanks.
+void readKeys(V2XCFGNODE_HANDLE root, map_conv_config_t* cfg, char* missing, size_t missingSize) {
+  for (const KeyField& k : kKeys) {
+    char* field = reinterpret_cast<char*>(cfg) + k.offset;
+    char value[128] = {};
+    uint16 len = k.maxLen;
+    if (v2xcfg_GetNodeValue(root, V2XCFG_MEM_TYPE_STRING, k.key, value, &len) != V2XCFG_SUCCESS) {
+      V2XLOG(&g_curTag, 3, "%s", k.errorText);
+      if (missing != nullptr) {
+        const size_t used = std::strlen(missing);
+        std::snprintf(missing + used, missingSize - used, "%s%s", used > 0 ? " " : "", k.key);
+      }
+      continue;
+    }
+    std::memcpy(field, value, static_cast<size_t>(k.maxLen) + 1);
+  }
+}
+
+// The top-level "profile" setting: absent means the reference behaviour; a
+// value other than "reference" or "field" is a configuration error (-2).
+int32 readProfile(V2XCFGNODE_HANDLE root, map_conv_profile_e* profile) {
+  char value[32] = {};
+  uint16 len = sizeof(value) - 1;
+  int32 ret = v2xcfg_GetNodeValue(root, V2XCFG_MEM_TYPE_STRING, MAP_CONV_CFG_PROFILE_KEY, value, &len);
+  if (ret == V2XCFG_NODE_NOTEXIST) {
+    *profile = MAP_CONV_PROFILE_REFERENCE;
+    return 0;
+  }
+  if (ret != V2XCFG_SUCCESS || v2xmapconv_ParseProfile(value, profile) != 0) {
+    V2XLOG(&g_curTag, 2, "profile setting must be \"reference\" or \"field\"%s%s",
+           ret == V2XCFG_SUCCESS ? ", not " : "", ret == V2XCFG_SUCCESS ? value : " text");
+    return -2;
+  }
+  return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -108,23 +147,24 @@ int32 v2xmapconv_GetCfgData(map_conv_config_t** p_mapconv_cfg) {
     V2XLOG(&g_curTag, 2, "v2xcfg_InitContext error %s", path);
     return 1;
   }
-  pthread_mutex_lock(&g_convcfg_lock);
-  for (const KeyField& k : kKeys) {
-    char* field = reinterpret_cast<char*>(&g_mapconv_cfg) + k.offset;
-    char value[128] = {};
-    uint16 len = k.maxLen;
-    if (v2xcfg_GetNodeValue(gp_convcfg_root, V2XCFG_MEM_TYPE_STRING, k.key, value, &len) != V2XCFG_SUCCESS) {
-      V2XLOG(&g_curTag, 3, "%s", k.errorText);
-      continue;
-    }
-    std::memcpy(field, value, static_cast<size_t>(k.maxLen) + 1);
+  map_conv_profile_e profile = MAP_CONV_PROFILE_REFERENCE;
+  if (readProfile(gp_convcfg_root, &profile) != 0) {
+    v2xcfg_ExitContext(gp_convcfg_root);
+    gp_convcfg_root = nullptr;
+    return 1;
   }
-  v2xmapconv_GetSysinfo(&g_mapconv_cfg);
-  g_convcfg_active = true;
+  v2xmapconv_SetProfile(profile);
+  pthread_mutex_lock(&g_convcfg_lock);
+  readKeys(gp_convcfg_root, &g_mapconv_cfg, nullptr, 0);
+  // In the field a missing device file is a failure: without the device id
+  // the service would serve topics nobody publishes on.
+  const bool deviceRead = v2xmapconv_GetSysinfo(&g_mapconv_cfg) == 0;
+  g_convcfg_active = deviceRead || !v2xmapconv_IsFieldProfile();
   pthread_mutex_unlock(&g_convcfg_lock);
   v2xcfg_ExitContext(gp_convcfg_root);
   // The tree is gone; keep no dangling handle for a later reset.
   gp_convcfg_root = nullptr;
+  if (!g_convcfg_active) return 1;
   *p_mapconv_cfg = &g_mapconv_cfg;
   return 0;
 }
@@ -141,13 +181,32 @@ int32 v2xmapconv_SetCfgData(map_conv_config_t* p_mapconv_cfg) {
   pthread_mutex_lock(&g_convcfg_lock);
   char eTag[sizeof(p_mapconv_cfg->m_eTag)];
   std::snprintf(eTag, sizeof(eTag), "%.63s", p_mapconv_cfg->m_eTag);
+  bool written = true;
   if (v2xcfg_SetNodeValue(handle, V2XCFG_MEM_TYPE_STRING, "rsuMapConvertInfo.eTag", eTag) != V2XCFG_SUCCESS) {
     V2XLOG(&g_curTag, 3, "rsuMapConvertInfo.eTag node error ");
+    written = false;
   }
-  v2xcfg_UpdateFile(handle, 0);
+  if (v2xcfg_UpdateFile(handle, 0) != V2XCFG_SUCCESS) written = false;
   pthread_mutex_unlock(&g_convcfg_lock);
   v2xcfg_ExitContext(handle);
-  return 0;
+  // The reference behaviour reports a failed write-back as success; in the
+  // field it fails the storage, so the cloud hears of it.
+  return (written || !v2xmapconv_IsFieldProfile()) ? 0 : 1;
+}
+
+int32 v2xmapconv_ReadCfgFile(map_conv_config_t* cfg, map_conv_profile_e* profile, char* missing, uint32 missingSize) {
+  if (cfg == nullptr || profile == nullptr || missing == nullptr || missingSize == 0) return -2;
+  std::memset(cfg, 0, sizeof(*cfg));
+  missing[0] = '\0';
+  *profile = MAP_CONV_PROFILE_REFERENCE;
+  char* path = nullptr;
+  v2xmapconv_GetCfgDir(MAP_CONV_CFG_FILE, &path);
+  V2XCFGNODE_HANDLE root = nullptr;
+  if (g_configDirRefused || v2xcfg_InitContext(&root, path) != V2XCFG_SUCCESS) return 1;
+  int32 ret = readProfile(root, profile) == 0 ? 0 : 2;
+  readKeys(root, cfg, missing, missingSize);
+  v2xcfg_ExitContext(root);
+  return ret;
 }
 
 #ifdef V2X_TEST_SEAMS
@@ -273,12 +332,13 @@ extern "C" int32 v2xmapconv_WriteMapCfg(char* p_file_name, char* eTag, char* md5
   config_setting_set_string(config_setting_add(group, "MD5Sum", CONFIG_TYPE_STRING), md5sum_str);
   config_setting_set_string(config_setting_add(group, "RefreshTime", CONFIG_TYPE_STRING), timeText);
   config_setting_set_bool(config_setting_add(group, "CheckStatus", CONFIG_TYPE_BOOL), 1);
-  if (!writeConfigAtomically(&cfg, p_file_name)) {
-    V2XLOG(&g_curTag, 2, "Error while writing file,name:%s", p_file_name);
-  }
-  // A failed write is reported as success on purpose: the storage step never
-  // sees a record failure, only the log does.
+  const bool written = writeConfigAtomically(&cfg, p_file_name);
+  if (!written) V2XLOG(&g_curTag, 2, "Error while writing file,name:%s", p_file_name);
   config_destroy(&cfg);
+  // A failed write is reported as success on purpose in the reference
+  // behaviour: the storage step never sees a record failure, only the log
+  // does. In the field the storage fails and the cloud hears of it.
+  if (!written && v2xmapconv_IsFieldProfile()) return -1;
   V2XLOG(&g_curTag, 4, "save generate file to %s SUCCESS", p_file_name);
   return 0;
 }

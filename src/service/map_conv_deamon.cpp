@@ -10,12 +10,16 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "map_conv_config.h"
+#include "map_conv_deamon_check.h"
 #include "map_conv_interface.h"
+#include "map_conv_mapdown_stage.h"
+#include "map_conv_profile.h"
 #include "map_conv_stack_interface.h"
 #include "map_conv_v2xcloud_dds.h"
 #include "v2xipc.h"
@@ -36,11 +40,21 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler writes
 int g_wakePipe[2] = {-1, -1};
 int32 g_lopt = 0;
 v2xcloud_comm_ddsinfo_t g_ddsinfo;
+// The process's exit status: 0 in the reference behaviour; in the field a
+// start-up that failed ends with 1, so the service manager sees the failure.
+int32 g_exitStatus = 0;
+// Option character of --check (it has no short form).
+constexpr int kCheckOpt = 0x100;
+bool g_checkOnly = false;
 
 struct option g_longOpts[] = {
-    {"help", no_argument, &g_lopt, 'h'},           {"version", no_argument, &g_lopt, 'v'},
-    {"loglevel", required_argument, &g_lopt, 'd'}, {"logfile", required_argument, &g_lopt, 'f'},
-    {"workdir", required_argument, &g_lopt, 'w'},  {nullptr, 0, nullptr, 0},
+    {"help", no_argument, &g_lopt, 'h'},
+    {"version", no_argument, &g_lopt, 'v'},
+    {"loglevel", required_argument, &g_lopt, 'd'},
+    {"logfile", required_argument, &g_lopt, 'f'},
+    {"workdir", required_argument, &g_lopt, 'w'},
+    {"check", no_argument, &g_lopt, kCheckOpt},
+    {nullptr, 0, nullptr, 0},
 };
 
 const char g_help[4096] =
@@ -130,6 +144,20 @@ void removeStaleTempFiles(const map_conv_config_t* cfg) {
   }
 }
 
+// A start-up failure that ends the process with status 1: on standard error
+// (the service manager's journal) and in the log.
+void failStart(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+void failStart(const char* fmt, ...) {
+  char text[512];
+  va_list ap;
+  va_start(ap, fmt);
+  std::vsnprintf(text, sizeof(text), fmt, ap);
+  va_end(ap);
+  V2XLOG(&g_curTag, 2, "%s; stopping", text);
+  std::fprintf(stderr, "v2x_map_convert: %s; stopping\n", text);
+  g_exitStatus = 1;
+}
+
 // Sleeps until a stop signal, looking at the flag at least once a second.
 void waitForStop() {
   while (g_appRunningFlag.load()) {
@@ -167,10 +195,18 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
         break;
       case 'f': copyArg(g_logfilePath, sizeof(g_logfilePath), optarg); break;
       case 'w': copyArg(g_workDir, sizeof(g_workDir), optarg); break;
+      case kCheckOpt: g_checkOnly = true; break;
       default: std::printf("this param error\n"); break;
     }
   }
   std::fflush(stdout);
+  if (g_checkOnly) {
+    // Only the problem lines: the modules' own log lines stay silent.
+    v2xlog_SetAllTagLevel(0);
+    const int32 problems = v2xmapconv_CheckWorkDir(g_workDir, stdout);
+    std::fflush(stdout);
+    std::exit(problems == 0 ? 0 : 1);
+  }
 
   v2xlog_Init(g_logfilePath, "MMAP", 1, 1, 0);
   for (const char* tag : kTags) v2xlog_SetTagLevel(v2xlog_AddTag(tag), g_logLevelFlag);
@@ -187,11 +223,38 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
   map_conv_config_t* p_mapconvcfg = nullptr;
   int32 ret = v2xmapconv_GetCfgData(&p_mapconvcfg);
   if (ret != 0) {
+    // The profile of a file that could not be read comes from its text.
+    char* cfgPath = nullptr;
+    v2xmapconv_GetCfgDir(MAP_CONV_CFG_FILE, &cfgPath);
+    if (v2xmapconv_IsFieldProfile() || v2xmapconv_PeekProfile(cfgPath) != 0) {
+      failStart("configuration %s or its device file cannot be read", cfgPath);
+    }
     g_appRunningFlag.store(false);
     return ret;
   }
+  const bool field = v2xmapconv_IsFieldProfile() != 0;
+  V2XLOG(&g_curTag, 4, "profile %s", v2xmapconv_ProfileName(v2xmapconv_GetProfile()));
+  if (field) {
+    char holder[32];
+    const int32 locked = v2xmapconv_LockWorkDir(g_workDir, holder, sizeof(holder));
+    if (locked != 0) {
+      if (locked == 1) {
+        failStart("work directory %s is held by another running instance (pid %s)", g_workDir, holder);
+      } else {
+        failStart("cannot lock work directory %s: %s", g_workDir, std::strerror(errno));
+      }
+      g_appRunningFlag.store(false);
+      return -1;
+    }
+  }
   removeStaleTempFiles(p_mapconvcfg);
-  v2xmapconv_StackInterfaceInit();
+  // A failed recovery is logged; every map is then refused with code 18.
+  if (field) v2xmapconv_MapStoreRecover();
+  if (v2xmapconv_StackInterfaceInit() != 0 && field) {
+    failStart("IPC sockets cannot be opened");
+    g_appRunningFlag.store(false);
+    return -1;
+  }
   v2xmapconv_SetMapConvStatus(V2X_CONV_RUN_STATUS_AVAILABLE);
   v2xcloud_ddsInit(&g_ddsinfo, p_mapconvcfg->m_sysinfo.m_device_id);
   v2xmapconv_TaskInit();
@@ -217,5 +280,7 @@ int32 v2xmapconv_exec(void) {
 }
 
 v2xcloud_comm_ddsinfo_t* v2xmapconv_GetddsInfo(void) { return &g_ddsinfo; }
+
+int32 v2xmapconv_ExitStatus(void) { return g_exitStatus; }
 
 }  // extern "C"

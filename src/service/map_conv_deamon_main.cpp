@@ -3,5 +3,5 @@
 int main(int argc, char** argv) {
   v2xmapconv_init(argc, argv);
   v2xmapconv_exec();
-  return 0;
+  return v2xmapconv_ExitStatus();
 }

@@ -10,6 +10,8 @@
 
 #include "map_conv_interface.h"
 #include "map_conv_mapdown.h"
+#include "map_conv_mapdown_stage.h"
+#include "map_conv_profile.h"
 #include "map_conv_stack_interface.h"
 #include "v2xapp_gbmap.h"
 #include "v2xdds.h"
@@ -217,10 +219,15 @@ void v2xcloud_ddsRecvMapDown(void* data, unsigned int len) {
       if (ret == 0) {
         v2xipc_mapRefresh_t mapRefreshData;
         std::memset(&mapRefreshData, 0, sizeof(mapRefreshData));
-        if (v2xmapconv_WriteMapDataToCfg(&mapData, &mapRefreshData) != 0) {
+        const int32 stored = v2xmapconv_WriteMapDataToCfg(&mapData, &mapRefreshData);
+        if (stored != 0) {
           v2xmapconv_SetErrorCode(18);
           V2XLOG(&g_curTag, 2, "Write map data to cfg failed!");
-        } else {
+        }
+        if (v2xmapconv_IsFieldProfile()) {
+          // Notices only for the files of a map that has just become current.
+          while (v2xmapconv_TakeMapRefresh(&mapRefreshData) > 0) v2xmapconv_UpdataMapDataNotify(&mapRefreshData);
+        } else if (stored == 0) {
           v2xmapconv_UpdataMapDataNotify(&mapRefreshData);
         }
       }
