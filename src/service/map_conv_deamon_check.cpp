@@ -87,11 +87,17 @@ void checkMapDir(Report& r, const map_conv_config_t* cfg, map_conv_profile_e pro
   char* path = nullptr;
   v2xmapconv_GetMapDataDir(cfg->m_MapDataDir, &path);
   std::string dir = path;
-  checkWritableDir(r, "map data directory", dir);
+  struct stat st {};
+  // In the field a missing directory or a link to nothing is what a killed
+  // run may leave: the start repairs it.
+  const bool repaired = profile == MAP_CONV_PROFILE_FIELD && (lstat(dir.c_str(), &st) != 0 || S_ISLNK(st.st_mode));
+  if (!repaired) checkWritableDir(r, "map data directory", dir);
   if (profile == MAP_CONV_PROFILE_FIELD) {
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
     const size_t slash = dir.rfind('/');
-    checkWritableDir(r, "directory of the map versions", slash == std::string::npos ? "." : dir.substr(0, slash + 1));
+    checkWritableDir(r, "directory of the map data link", slash == std::string::npos ? "." : dir.substr(0, slash + 1));
+    const std::string versions = dir + MAP_CONV_VERSIONS_SUFFIX;
+    if (lstat(versions.c_str(), &st) == 0) checkWritableDir(r, "map versions directory", versions);
   }
 }
 

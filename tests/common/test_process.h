@@ -177,6 +177,12 @@ inline bool prepareWorkdir(const std::string& dir, const std::string& device, ui
   return true;
 }
 
+// Sets the behaviour profile of a working directory's configuration.
+inline void setProfile(const std::string& workDir, const std::string& profile) {
+  const std::string cfg = workDir + "/conf/v2x_map_convert.cfg";
+  writeFile(cfg, "profile = \"" + profile + "\";\n" + readFile(cfg));
+}
+
 inline size_t countOf(const std::string& text, const std::string& needle) {
   size_t n = 0;
   for (size_t p = text.find(needle); p != std::string::npos; p = text.find(needle, p + 1)) ++n;

@@ -4,7 +4,6 @@
 // records must parse, every record must match its map file, and the service
 // must start (removing what the killed write left) and store a map again.
 #include <gtest/gtest.h>
-#include <mbedtls/md5.h>
 
 #include <chrono>
 #include <cstdio>
@@ -17,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "map_store_files.h"
 #include "test_process.h"
 #include "v2xdds.h"
 #include "v2xlog.h"
@@ -29,14 +29,6 @@ using v2xtest::readFile;
 
 constexpr unsigned kDomain = 200;
 constexpr int kSlices = 3;
-
-std::string md5Hex(const std::string& data) {
-  unsigned char sum[16];
-  mbedtls_md5_ret(reinterpret_cast<const unsigned char*>(data.data()), data.size(), sum);
-  char hex[33];
-  for (int i = 0; i < 16; ++i) std::snprintf(hex + 2 * i, 3, "%02x", sum[i]);
-  return hex;
-}
 
 bool isTemp(const std::string& name) {
   const size_t at = name.rfind(".tmp");
@@ -122,7 +114,7 @@ class StorageCrash : public ::testing::Test {
       EXPECT_NO_THROW(rec.readFile(record.c_str()); md5 = rec.lookup("MAPTepm.MD5Sum").c_str())
           << what << ": " << record;
       if (!fs::exists(map)) continue;
-      EXPECT_EQ(md5Hex(readFile(map)), md5) << what << ": " << map << " does not match its record";
+      EXPECT_EQ(v2xtest::md5Hex(readFile(map)), md5) << what << ": " << map << " does not match its record";
       ++whole;
     }
     return {whole, temps};
@@ -189,6 +181,56 @@ TEST_F(StorageCrash, KilledAtAnyPointTheStorageStaysWholeAndTheServiceServesAgai
   }
 
   storeWhole("served-again");
+}
+
+// The field profile: whatever the moment of the kill, the map data directory
+// holds one complete map (the previous one or the new one), every file with
+// its record, and the configuration never names a map the directory lacks.
+class FieldStorageCrash : public StorageCrash {
+ protected:
+  void SetUp() override {
+    StorageCrash::SetUp();
+    v2xtest::setProfile(work_.path(), "field");
+  }
+  // The eTag of the one complete map in the map data directory ("" if none).
+  std::string currentMap(const std::string& what) {
+    std::string eTag, why;
+    EXPECT_TRUE(v2xtest::oneCompleteMap(work_.file("mapdata"), kSlices, &eTag, &why)) << what << ": " << why;
+    return eTag;
+  }
+};
+
+TEST_F(FieldStorageCrash, KilledAtRandomPointsTheMapDirectoryHoldsOneCompleteMap) {
+  {
+    ChildProcess service;
+    startAndSend(service, 0, "counted");
+    for (int i = 0; i < 1000 && storedETag() != "counted"; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    leave();
+    ASSERT_TRUE(service.signal(SIGTERM));
+    ASSERT_TRUE(WIFEXITED(service.waitExit(std::chrono::seconds(60))));
+  }
+  ASSERT_EQ(currentMap("counted"), "counted");
+  const long points = std::stol(readFile(work_.file("calls")));
+  const unsigned seed = std::random_device{}();
+  std::mt19937 rng(seed);
+  std::string inDir = "counted", inCfg = "counted";
+  for (int i = 0; i < 12; ++i) {
+    const long at = std::uniform_int_distribution<long>(1, points)(rng);
+    const std::string eTag = "field-" + std::to_string(i),
+                      what = "killed at call " + std::to_string(at) + " (seed " + std::to_string(seed) + ")";
+    ChildProcess service;
+    startAndSend(service, at, eTag);
+    const int st = service.waitExit(std::chrono::seconds(60));
+    leave();
+    ASSERT_TRUE(WIFSIGNALED(st) && WTERMSIG(st) == SIGKILL) << what << ": " << st;
+    const std::string dir = currentMap(what), cfg = storedETag();
+    EXPECT_TRUE(dir == inDir || dir == eTag) << what << ": " << dir;
+    EXPECT_TRUE(cfg == inCfg || cfg == eTag) << what << ": " << cfg;
+    EXPECT_FALSE(cfg == eTag && dir != eTag) << what << ": the configuration is ahead of the map files";
+    inDir = dir;
+    inCfg = cfg;
+  }
 }
 
 }  // namespace

@@ -88,6 +88,37 @@ TEST_F(ConfigTest, MissingFileFailsAndALaterReadRetries) {
   EXPECT_EQ(v2xmapconv_SetCfgData(cfg), 1);
 }
 
+// The top-level profile setting: absent or one of the two names, or the
+// configuration is refused. Under the field profile a missing device file
+// refuses it too.
+TEST_F(ConfigTest, ProfileSettingSelectsTheBehaviour) {
+  v2xtest::writeFile(dir_.file("sysinfo.xml"), "<device_id>R1</device_id>");
+  const std::string device = dir_.file("sysinfo.xml");
+  const struct {
+    std::string line, sysinfo;
+    int32 result;
+    map_conv_profile_e profile;
+  } cases[] = {
+      {"", device, 0, MAP_CONV_PROFILE_REFERENCE},
+      {"profile = \"reference\";", device, 0, MAP_CONV_PROFILE_REFERENCE},
+      {"profile = \"field\";", device, 0, MAP_CONV_PROFILE_FIELD},
+      {"profile = \"Field\";", device, 1, MAP_CONV_PROFILE_REFERENCE},
+      {"profile = 1;", device, 1, MAP_CONV_PROFILE_REFERENCE},
+      {"", dir_.file("none.xml"), 0, MAP_CONV_PROFILE_REFERENCE},
+      {"profile = \"field\";", dir_.file("none.xml"), 1, MAP_CONV_PROFILE_FIELD},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.line + " " + c.sysinfo);
+    v2xmapconv_ResetCfgForTest();
+    v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
+    writeConfig(c.line + "\n" + configText("E", "m", c.sysinfo));
+    map_conv_config_t* cfg = nullptr;
+    EXPECT_EQ(v2xmapconv_GetCfgData(&cfg), c.result);
+    EXPECT_EQ(v2xmapconv_GetProfile(), c.profile);
+  }
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
+}
+
 // The configuration's own path under the working directory is on the road of
 // every process test.
 TEST_F(ConfigTest, PathsAreBuiltUnderTheWorkDirectoryAndCut) {
