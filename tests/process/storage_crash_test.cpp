@@ -215,7 +215,7 @@ TEST_F(FieldStorageCrash, KilledAtRandomPointsTheMapDirectoryHoldsOneCompleteMap
   const unsigned seed = std::random_device{}();
   std::mt19937 rng(seed);
   std::string inDir = "counted", inCfg = "counted";
-  for (int i = 0; i < 12; ++i) {
+  for (int i = 0; i < 24; ++i) {
     const long at = std::uniform_int_distribution<long>(1, points)(rng);
     const std::string eTag = "field-" + std::to_string(i),
                       what = "killed at call " + std::to_string(at) + " (seed " + std::to_string(seed) + ")";
