@@ -226,8 +226,11 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
     // The profile of a file that could not be read comes from its text.
     char* cfgPath = nullptr;
     v2xmapconv_GetCfgDir(MAP_CONV_CFG_FILE, &cfgPath);
-    if (v2xmapconv_IsFieldProfile() || v2xmapconv_PeekProfile(cfgPath) != 0) {
-      failStart("configuration %s or its device file cannot be read", cfgPath);
+    if (v2xmapconv_IsFieldProfile()) {
+      // The file was read and named the field profile: its device file failed.
+      failStart("device file named in %s cannot be read", cfgPath);
+    } else if (v2xmapconv_PeekProfile(cfgPath) != 0) {
+      failStart("configuration %s cannot be read, or names an unknown profile", cfgPath);
     }
     g_appRunningFlag.store(false);
     return ret;
