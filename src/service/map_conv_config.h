@@ -11,7 +11,7 @@ extern "C" {
 
 #define MAP_CONV_CFG_FILE "conf/v2x_map_convert.cfg"
 #define MAP_CONV_CFG_DIR_LEN 64
-/* Top-level setting naming the behaviour profile: "reference" (also when
+/** Top-level setting naming the behaviour profile: "reference" (also when
  * absent) or "field". */
 #define MAP_CONV_CFG_PROFILE_KEY "profile"
 
@@ -33,16 +33,16 @@ typedef struct __attribute__((packed)) map_conv_config {
 int32 v2xmapconv_InitCfg(const char* dir);
 int32 v2xmapconv_GetCfgDir(const char* userPath, char** fullcfgPath);
 int32 v2xmapconv_GetMapDataDir(const char* userPath, char** fullcfgPath);
-/* Reads the configuration on the first call (and sets the process's profile
+/** Reads the configuration on the first call (and sets the process's profile
  * from its "profile" setting), then serves the cached record. 0, or 1 when
  * the file cannot be read, its profile is neither "reference" nor "field",
  * or (field profile) the device information file cannot be read. */
 int32 v2xmapconv_GetCfgData(map_conv_config_t** p_mapconv_cfg);
-/* Writes the record's eTag back to the file. 0; 1 when the file cannot be
+/** Writes the record's eTag back to the file. 0; 1 when the file cannot be
  * re-read, and under the field profile also when it cannot be written. */
 int32 v2xmapconv_SetCfgData(map_conv_config_t* p_mapconv_cfg);
 
-/* Reads the configuration file afresh into *cfg (the device fields stay
+/** Reads the configuration file afresh into *cfg (the device fields stay
  * empty; nothing is cached and the process's profile is not changed) and its
  * profile into *profile. The keys that cannot be read are named in missing
  * (missingSize bytes, blank-separated). 0; 1 when the file cannot be read or
@@ -53,7 +53,7 @@ int32 v2xmapconv_ReadCfgFile(map_conv_config_t* cfg, map_conv_profile_e* profile
 int32 v2xrsucloud_parseXML(char* xml, char* tag, char* out_value, int32_t max_out_len);
 int32 v2xmapconv_GetSysinfo(map_conv_config_t* mapconv_cfg);
 
-/* Writes a map record (replaced atomically). 0, -2 for a null path or digest;
+/** Writes a map record (replaced atomically). 0, -2 for a null path or digest;
  * a failed write is logged and gives 0, under the field profile -1. *timeStamp, when given, receives
  * the record's time in seconds since 1970 as one atomic store: other threads
  * read it while the next map is stored. */

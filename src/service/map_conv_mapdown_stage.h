@@ -1,4 +1,6 @@
-/* Map download storage under the field profile: each map is written into a
+/** \file map_conv_mapdown_stage.h \brief Map download storage under the field profile.
+ *
+ * Each map is written into a
  * version directory of its own and becomes the map data directory at once,
  * when its slice 1 is stored.
  *
@@ -18,17 +20,17 @@
 extern "C" {
 #endif
 
-/* Suffix of the directory that holds the map versions beside DIR. */
+/** Suffix of the directory that holds the map versions beside DIR. */
 #define MAP_CONV_VERSIONS_SUFFIX ".versions"
 
-/* Start-up under the field profile, before any map is stored: makes the map
+/** Start-up under the field profile, before any map is stored: makes the map
  * data directory a link to its current version (a plain directory becomes
  * the current version), and removes versions a stopped or killed run was
  * staging. 0; -1 when the layout cannot be made (logged; every map is then
  * refused); -2 without a configuration. */
 int32 v2xmapconv_MapStoreRecover(void);
 
-/* Takes the next refresh notice of a map that became current (field profile;
+/** Takes the next refresh notice of a map that became current (field profile;
  * one per file of the map, in storing order). 1 and *notice filled, 0 when
  * none is left, -2 for a null notice. Map-down callback thread only. */
 int32 v2xmapconv_TakeMapRefresh(v2xipc_mapRefresh_t* notice);
@@ -38,13 +40,13 @@ int32 v2xmapconv_TakeMapRefresh(v2xipc_mapRefresh_t* notice);
 
 namespace v2xmapconv::mapdown::detail {
 
-/* Encodes one slice and writes its map file and record into dir; fills
+/** Encodes one slice and writes its map file and record into dir; fills
  * refresh (may be null) with the file number and digest, and *stamp with the
  * record's time. 0 or the failing step's result. */
 int32 writeSlice(const char* dir, const map_conv_config_t* cfg, v2xcloud_map_data_t* map_data, const char* eTag,
                  v2xipc_mapRefresh_t* refresh, uint64* stamp);
 
-/* Field profile: stages one slice of map eTag below dataDir and, for slice 1,
+/** Field profile: stages one slice of map eTag below dataDir and, for slice 1,
  * makes the staged map current. *stamp receives the switched map's record
  * time (left alone otherwise). 0 or a negative failure (logged). */
 int32 stageSlice(const char* dataDir, const map_conv_config_t* cfg, v2xcloud_map_data_t* map_data, const char* eTag,
