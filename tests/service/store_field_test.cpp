@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include "map_conv_mapdown_stage.h"
 #include "map_conv_profile.h"
 #include "mapdown_fixture.h"
 
@@ -65,6 +66,45 @@ TEST_F(FieldStoreTest, AFileThatCannotBeWrittenFailsTheSliceInTheFieldOnly) {
         EXPECT_NE(ret, -100);
       }
     }
+  }
+}
+
+// Start-up under the field profile keeps the map the link names and removes
+// what a killed run was staging, whatever state the kill left.
+TEST_F(FieldStoreTest, StartUpKeepsTheCurrentMapAndRemovesStagedOnes) {
+  const struct {
+    const char* name;
+    std::vector<std::pair<std::string, std::string>> files;  // path below dir_, content
+    const char* link;                                        // target of mapdata, or "" for none
+    int32 result;
+    std::string kept;  // content of mapdata/x afterwards
+  } cases[] = {
+      {"plain directory (first start)", {{"mapdata/x", "plain"}}, "", 0, "plain"},
+      {"link and a staged version",
+       {{"mapdata.versions/3/x", "current"}, {"mapdata.versions/4/x", "staged"}},
+       "mapdata.versions/3",
+       0,
+       "current"},
+      {"link to nothing",
+       {{"mapdata.versions/2/x", "two"}, {"mapdata.versions/5/x", "five"}},
+       "mapdata.versions/9",
+       0,
+       "five"},
+      {"no link (a first start cut short)", {{"mapdata.versions/2/x", "two"}}, "", 0, "two"},
+      {"a file in the way", {{"mapdata", "not a directory"}}, "", -1, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(dir_ / "mapdata");
+    fs::remove_all(dir_ / "mapdata.versions");
+    for (const auto& [path, content] : c.files) writeFile(dir_ / path, content);
+    if (c.link[0] != '\0') fs::create_directory_symlink(c.link, dir_ / "mapdata");
+    v2xmapconv_MapDownResetForTest();
+    ASSERT_EQ(v2xmapconv_MapStoreRecover(), c.result);
+    if (c.result != 0) continue;
+    EXPECT_TRUE(fs::is_symlink(dir_ / "mapdata"));
+    EXPECT_EQ(readFile(dir_ / "mapdata/x"), c.kept);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_ / "mapdata.versions"), fs::directory_iterator()), 1);
   }
 }
 
