@@ -116,14 +116,6 @@ std::string documentPath(const cJSON* root, const cJSON* target, const char* key
   return path.empty() ? path : path.substr(1);
 }
 
-std::string printed(const cJSON* item) {
-  char* text = cJSON_PrintUnformatted(item);
-  std::string out = text != nullptr ? text : "";
-  cJSON_free(text);
-  if (out.size() > 60) out = out.substr(0, 57) + "...";
-  return out;
-}
-
 // The range of a message-set type in the document's units.
 std::string rangeOf(const asn_TYPE_descriptor_s* type) {
   struct Unit {

@@ -115,14 +115,6 @@ const KindSpec& spec(Kind k) {
   return specs[k];
 }
 
-std::string printed(const cJSON* item) {
-  char* text = cJSON_PrintUnformatted(item);
-  std::string out = text != nullptr ? text : "";
-  cJSON_free(text);
-  if (out.size() > 60) out = out.substr(0, 57) + "...";
-  return out;
-}
-
 const char* kindName(const cJSON* item) {
   if (cJSON_IsString(item)) return "a text";
   if (cJSON_IsNumber(item)) return "a number";
@@ -291,6 +283,14 @@ class Scanner {
 };
 
 }  // namespace
+
+std::string printed(const cJSON* item) {
+  char* text = cJSON_PrintUnformatted(item);
+  std::string out = text != nullptr ? text : "";
+  cJSON_free(text);
+  if (out.size() > 60) out = out.substr(0, 57) + "...";
+  return out;
+}
 
 TextPosition parsePosition(const std::string& text) {
   TextPosition p;

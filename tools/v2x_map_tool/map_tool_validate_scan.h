@@ -16,6 +16,9 @@ struct cJSON;
 
 namespace maptool {
 
+// An item as unformatted JSON, cut to 60 characters.
+std::string printed(const cJSON* item);
+
 // Where the JSON library stops reading a text; ok when it reads a value.
 struct TextPosition {
   bool ok = false;
