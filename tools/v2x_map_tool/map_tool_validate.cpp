@@ -422,9 +422,11 @@ Validation validateDocument(const std::string& text) {
   scanKinds(root, v.findings, v.warnings);
   cJSON_Delete(root);
 
+  const bool sliceFault = !v.findings.empty() && v.findings.back().path == "mapSlice";
   std::set<std::string> seen;
   for (Collector::Entry& e : first.entries) {
     Finding found = finish(e);
+    if (sliceFault && found.path == "mapSlice" && found.code == 0) continue;  // said above
     seen.insert(findingKey(found));
     if (v.tooLong) {
       found.effect = "not reached by the service (the message is too long): " + found.effect;
