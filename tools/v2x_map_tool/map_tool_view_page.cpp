@@ -11,34 +11,10 @@
 namespace maptool {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 constexpr int kMarginPx = 56;            // around the map's extent
 constexpr double kMaxPxPerMetre = 40.0;  // a single point or a tiny map is not blown up further
 constexpr double kDefaultLaneWidthM = 3.0;
 constexpr int kFaultPanelPx = 360;  // left of the drawing, kept clear for the fault list
-
-// Metres east and north of a centre position: a plane tangent to the WGS84
-// ellipsoid there, scaled by its radii of curvature. Over the few kilometres
-// of a map the error stays far below a pixel.
-class Projection {
- public:
-  Projection(double lat0, double lon0) : lat0_(lat0), lon0_(lon0) {
-    constexpr double a = 6378137.0;
-    constexpr double f = 1.0 / 298.257223563;
-    constexpr double e2 = f * (2.0 - f);
-    const double s = std::sin(lat0 * kPi / 180.0);
-    const double w = 1.0 - e2 * s * s;
-    mPerDegLat_ = a * (1.0 - e2) / (w * std::sqrt(w)) * kPi / 180.0;
-    mPerDegLon_ = a / std::sqrt(w) * std::cos(lat0 * kPi / 180.0) * kPi / 180.0;
-  }
-  double east(const GeoPosition& p) const { return (p.lon - lon0_) * mPerDegLon_; }
-  double north(const GeoPosition& p) const { return (p.lat - lat0_) * mPerDegLat_; }
-  double lat0() const { return lat0_; }
-  double lon0() const { return lon0_; }
-
- private:
-  double lat0_, lon0_, mPerDegLat_, mPerDegLon_;
-};
 
 // Drawing coordinates are metres with y pointing south, so text stays upright.
 struct Pt {
