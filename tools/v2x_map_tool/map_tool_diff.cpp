@@ -213,12 +213,7 @@ std::vector<GeoPosition> valid(const std::vector<GeoPosition>& pts) {
 
 void printHuman(const char* a, const char* b, const std::vector<Difference>& diffs) {
   std::printf("%s -> %s: %zu difference%s\n", a, b, diffs.size(), diffs.size() == 1 ? "" : "s");
-  for (const Difference& d : diffs) {
-    std::printf("  %-8s %s", d.change.c_str(), d.element.c_str());
-    if (d.change == "changed") std::printf(": %s %s -> %s", d.attribute.c_str(), d.before.c_str(), d.after.c_str());
-    if (d.change == "moved") std::printf(": by up to %.2f m", d.metres);
-    std::printf("\n");
-  }
+  for (const Difference& d : diffs) std::printf("  %s\n", differenceText(d).c_str());
 }
 
 void printJson(const char* a, const char* b, const std::vector<Difference>& diffs) {
@@ -268,6 +263,19 @@ int runDiff(int argc, char** argv) {
 }  // namespace
 
 std::vector<Difference> diffMaps(const GeoMap& before, const GeoMap& after) { return Differ(before, after).run(); }
+
+std::string differenceText(const Difference& d) {
+  char change[16];
+  std::snprintf(change, sizeof(change), "%-8s ", d.change.c_str());
+  std::string out = change + d.element;
+  if (d.change == "changed") out += ": " + d.attribute + " " + d.before + " -> " + d.after;
+  if (d.change == "moved") {
+    char by[48];
+    std::snprintf(by, sizeof(by), ": by up to %.2f m", d.metres);
+    out += by;
+  }
+  return out;
+}
 
 double largestMove(const std::vector<GeoPosition>& a, const std::vector<GeoPosition>& b) {
   const std::vector<GeoPosition> va = valid(a), vb = valid(b);

@@ -37,6 +37,9 @@ constexpr double kMoveThresholdM = 0.02;
 
 std::vector<Difference> diffMaps(const GeoMap& before, const GeoMap& after);
 
+// One line for a difference: "moved    node 1, link from 2, lane 3: by up to 2.00 m".
+std::string differenceText(const Difference& d);
+
 // The largest distance in metres between two point lists of one element:
 // point by point when both have as many points, else the farthest point of
 // either from the other's line.

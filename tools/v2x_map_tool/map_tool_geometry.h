@@ -8,6 +8,7 @@
 #define V2X_MAP_TOOL_GEOMETRY_H
 
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -90,6 +91,9 @@ bool mapGeometry(const MessageFrame& frame, GeoMap& map);
 // documentText, when given, receives the text of a whole cloud document (one
 // with "map") and is left empty for the other forms.
 bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText = nullptr);
+// The same for a file's bytes already read (path names it in messages).
+bool loadMapData(const char* cmd, const std::string& path, std::vector<uint8_t>& data, GeoMap& map,
+                 std::string* documentText = nullptr);
 
 constexpr double kPi = 3.14159265358979323846;
 

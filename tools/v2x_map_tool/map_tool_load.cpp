@@ -64,7 +64,11 @@ bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>
 
 bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText) {
   std::vector<uint8_t> data;
-  if (!readInput(cmd, path, data)) return false;
+  return readInput(cmd, path, data) && loadMapData(cmd, path, data, map, documentText);
+}
+
+bool loadMapData(const char* cmd, const std::string& path, std::vector<uint8_t>& data, GeoMap& map,
+                 std::string* documentText) {
   void* handle = nullptr;
   bool ok = false;
   if (looksLikeJson(data)) {

@@ -278,11 +278,46 @@ std::vector<std::string> steps(const std::string& path) {
   return out;
 }
 
-// A value the reader takes without stopping, for the key a fault names.
-cJSON* placeholder(const std::vector<std::string>& at) {
+// The mean of key ("lon" or "lat") over every point of a node's links and
+// lanes: where a node without a usable reference position is drawn.
+double meanOf(const cJSON* node, const char* key) {
+  auto list = [](const cJSON* object, const char* name) {
+    const cJSON* l = cJSON_GetObjectItem(object, name);
+    return cJSON_IsArray(l) ? l : nullptr;
+  };
+  double sum = 0;
+  int n = 0;
+  auto take = [&](const cJSON* points) {
+    const cJSON* p = nullptr;
+    cJSON_ArrayForEach(p, points) {
+      const cJSON* v = cJSON_GetObjectItem(p, key);
+      if (cJSON_IsNumber(v)) sum += v->valuedouble, ++n;
+    }
+  };
+  const cJSON* links = list(node, "inLinks");
+  const cJSON* link = nullptr;
+  cJSON_ArrayForEach(link, links) {
+    take(list(link, "points"));
+    const cJSON* lanes = list(link, "lanes");
+    const cJSON* lane = nullptr;
+    cJSON_ArrayForEach(lane, lanes) take(list(lane, "points"));
+  }
+  return n > 0 ? sum / n : 0.0;
+}
+
+// A value the reader takes without stopping, for the key a fault names
+// (node: the node the path goes through, if any).
+cJSON* placeholder(const std::vector<std::string>& at, const cJSON* node) {
   const std::string& key = at.back();
+  const bool nodePosition = at.size() == 4 && at[2] == "refPos";
   if (key == "eTag") return cJSON_CreateString("-");
-  if (key == "refPos") return cJSON_Parse(R"({"lon":0,"lat":0})");
+  if (key == "refPos") {
+    cJSON* pos = cJSON_CreateObject();
+    cJSON_AddNumberToObject(pos, "lon", meanOf(node, "lon"));
+    cJSON_AddNumberToObject(pos, "lat", meanOf(node, "lat"));
+    return pos;
+  }
+  if (nodePosition && (key == "lon" || key == "lat")) return cJSON_CreateNumber(meanOf(node, key.c_str()));
   if (key == "upstreamNodeId" || key == "remoteIntersection" || (key == "id" && at.size() == 3)) {
     return cJSON_Parse(R"({"id":0})");
   }
@@ -302,7 +337,11 @@ bool replaceItem(cJSON* parent, cJSON* old, cJSON* value) {
 // when there is none for it (the map body itself, say).
 bool repairAt(cJSON* root, const std::string& path) {
   const std::vector<std::string> at = steps(path);
-  cJSON* value = at.empty() ? nullptr : placeholder(at);
+  const cJSON* node = at.size() >= 2 && at[0] == "nodes"
+                          ? cJSON_GetArrayItem(cJSON_GetObjectItem(cJSON_GetObjectItem(root, "map"), "nodes"),
+                                               std::atoi(at[1].c_str() + 1))
+                          : nullptr;
+  cJSON* value = at.empty() ? nullptr : placeholder(at, node);
   if (value == nullptr) return false;
   cJSON* cur = root;
   std::vector<std::string> walk = at;
@@ -348,10 +387,11 @@ V2XAPP_GBMHANDLE readPastRefusals(const std::string& text, const std::vector<Col
       }
     }
     if (!changed) break;
-    char* printed = cJSON_PrintUnformatted(copy);
+    char* mended = cJSON_PrintUnformatted(copy);
     ReaderRun again;
-    const bool ran = printed != nullptr && again.run(printed);
-    cJSON_free(printed);
+    const bool ran = mended != nullptr && again.run(mended);
+    v.mended = mended != nullptr ? mended : "";
+    cJSON_free(mended);
     if (!ran) break;
     for (Collector::Entry& e : again.entries) {
       Finding f = finish(e);

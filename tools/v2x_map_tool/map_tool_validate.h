@@ -54,6 +54,10 @@ struct Validation {
   // Members the reader never reads: unknown names, keys that repeat another
   // one but for the case of letters.
   std::vector<Finding> warnings;
+  // For a document the service refuses: the document with every value that
+  // stopped the reader replaced by one it takes (a node's missing position by
+  // the middle of its points), as read for the faults past the refusal.
+  std::string mended;
   std::string ack;            // the acknowledgement the service sends when the document has "ack": true
   bool ackRequested = false;  // the document has "ack": true
 };

@@ -61,6 +61,16 @@ constexpr LaneStyle kLaneStyles[] = {
     {"trackedVehicle", "#8d6e63"}, {"parking", "#5c9fd6"},   {nullptr, "#a6a6a6"},  // no lane type
 };
 constexpr const char* kFaultColour = "#d62728";
+// A comparison's colours: what the other version did not have, what it had
+// and this one does not (and the old line of a lane that moved), what changed.
+constexpr const char* kAddedColour = "#00acc1";
+constexpr const char* kRemovedColour = "#8e24aa";
+constexpr const char* kChangedColour = "#ff8f00";
+
+const char* markColour(const std::string& mark) {
+  if (mark == "added") return kAddedColour;
+  return mark == "removed" ? kRemovedColour : kChangedColour;
+}
 
 const LaneStyle& laneStyle(const std::optional<std::string>& type) {
   for (const LaneStyle& s : kLaneStyles) {
@@ -94,9 +104,6 @@ using FaultIndex = std::map<std::string, std::vector<const MapFault*>>;
 
 std::string nodeElem(size_t n) { return "node-" + std::to_string(n); }
 std::string linkElem(size_t n, size_t k) { return "link-" + std::to_string(n) + "-" + std::to_string(k); }
-std::string laneElem(size_t n, size_t k, size_t l) {
-  return "lane-" + std::to_string(n) + "-" + std::to_string(k) + "-" + std::to_string(l);
-}
 std::string pointElem(const std::string& owner, size_t m) {
   return "point" + owner.substr(owner.find('-')) + "-" + std::to_string(m);
 }
@@ -182,7 +189,10 @@ void Page::fit() {
       }
     }
   }
-  left_ = faults_.empty() ? 0.0 : kFaultPanelPx;
+  for (const PageOverlay& o : opt_.overlays) {
+    for (const GeoPosition& p : o.points) take(p);
+  }
+  left_ = faults_.empty() && opt_.differences.empty() ? 0.0 : kFaultPanelPx;
   cx_ = left_ + (opt_.width - left_) / 2.0;
   cy_ = opt_.height / 2.0;
   if (empty_) return;
@@ -248,7 +258,11 @@ void Page::drawLane(size_t n, size_t k, size_t l) {
   drawPointFaults(id, lane.points, width / 2);
   const std::vector<Pt> pts = validPts(proj_, lane.points);
   if (pts.size() < 2) return;
-  const char* colour = faulted(id) ? kFaultColour : laneStyle(lane.type).colour;
+  const auto mark = opt_.marks.find(id);
+  const char* colour = faulted(id)                ? kFaultColour
+                       : mark != opt_.marks.end() ? markColour(mark->second)
+                                                  : laneStyle(lane.type).colour;
+  if (mark != opt_.marks.end()) tip += "\n" + mark->second + " since the other version";
   const std::string line = polyline(lane.points);
   lanes_ += "<polyline class=\"lane" + std::string(faulted(id) ? " fault" : "") + "\" id=\"" + id + "\" points=\"" +
             line + "\" stroke=\"" + colour + "\" stroke-width=\"" + num(width) + "\" data-tip=\"" +
@@ -428,10 +442,21 @@ std::string Page::legend() const {
   }
   out += "<div><i class=\"sw-conn\"></i>connection</div><div><i class=\"sw-stop\"></i>stop end</div>";
   if (!faults_.empty()) out += "<div><i style=\"background:" + std::string(kFaultColour) + "\"></i>fault</div>";
+  if (!opt_.marks.empty() || !opt_.overlays.empty()) {
+    for (const char* m : {"added", "removed", "changed"}) {
+      out += "<div><i style=\"background:" + std::string(markColour(m)) + "\"></i>" + m + "</div>";
+    }
+  }
   return out + "</div>\n";
 }
 
 std::string Page::faultList() const {
+  if (!opt_.differences.empty()) {
+    std::string out =
+        "<div id=\"faults\" class=\"diff\"><b>" + std::to_string(opt_.differences.size()) + " difference(s)</b><ul>";
+    for (const std::string& d : opt_.differences) out += "<li>" + esc(d) + "</li>";
+    return out + "</ul></div>\n";
+  }
   if (faults_.empty()) return "";
   std::string out = "<div id=\"faults\"><b>" + std::to_string(faults_.size()) + " fault(s)</b><ul>";
   for (const MapFault& f : faults_) {
@@ -464,6 +489,7 @@ svg{display:block}
 #title{position:fixed;left:8px;top:6px;font-weight:bold;background:#f5f3eecc;padding:2px 6px}
 #faults{position:fixed;left:8px;top:32px;width:320px;max-height:calc(100% - 110px);overflow:auto;background:#fff;
   border:1px solid #d62728;padding:4px 8px;color:#d62728}
+#faults.diff{border-color:#555;color:#222}
 #faults ul{margin:2px 0;padding-left:16px;overflow-wrap:anywhere}#faults code{color:#222}#faults li{cursor:default}
 #legend{position:fixed;right:8px;bottom:8px;background:#fffe;border:1px solid #bbb;padding:4px 8px}
 #legend i{display:inline-block;width:18px;height:9px;margin-right:6px;vertical-align:middle}
@@ -509,6 +535,11 @@ apply();
 )";
 
 std::string Page::html() {
+  for (const PageOverlay& o : opt_.overlays) {
+    if (!drawn(o.points)) continue;
+    lanes_ += "<polyline class=\"lane removed\" points=\"" + polyline(o.points) + "\" stroke=\"" + kRemovedColour +
+              "\" stroke-width=\"" + num(o.widthM) + "\" data-tip=\"" + esc(o.tip) + "\"/>\n";
+  }
   for (size_t n = 0; n < map_.nodes.size(); n++) {
     for (size_t k = 0; k < map_.nodes[n].links.size(); k++) {
       for (size_t l = 0; l < map_.nodes[n].links[k].lanes.size(); l++) drawLane(n, k, l);
@@ -554,6 +585,10 @@ std::string Page::html() {
 }
 
 }  // namespace
+
+std::string laneElem(size_t n, size_t k, size_t l) {
+  return "lane-" + std::to_string(n) + "-" + std::to_string(k) + "-" + std::to_string(l);
+}
 
 FaultPlace faultPlace(std::string_view path) {
   FaultPlace place;
