@@ -57,6 +57,11 @@ bool writeOutput(const char* cmd, const std::string& path, const std::string& te
 // control bytes) rather than a binary encoding.
 bool looksLikeXml(const std::vector<uint8_t>& data);
 
+// Checks an XER MessageFrame's elements against the message set before it
+// is decoded: every element a member of its type, every closing tag its
+// opening one's. False with a line naming the first fault otherwise.
+bool checkXerElements(const std::vector<uint8_t>& data, std::string& error);
+
 // Decodes a whole MessageFrame (UPER or XER as given) into *handle, which must
 // be null on entry. On failure reports through fail() and leaves *handle null.
 bool decodeFrame(const char* cmd, const std::string& path, const std::vector<uint8_t>& data, bool xer, void** handle);
