@@ -51,7 +51,16 @@ TEST(MapTool, BadInputAndUsageErrors) {
   v2xtest::writeFile(dir.file("far.xml"),
                      "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>1</lat>"
                      "<long>1800000002</long></refPos></Node></nodes></mapFrame></MessageFrame>");
+  // XER that the decoder alone would take, losing the misspelt member.
+  auto node = [](const std::string& refPos) {
+    return "<MessageFrame><mapFrame><msgCnt>1</msgCnt>\n<nodes><Node><id><id>1</id></id>\n<refPos>" + refPos +
+           "</refPos></Node></nodes></mapFrame></MessageFrame>";
+  };
+  v2xtest::writeFile(dir.file("misspelt.xml"), node("<lat>1</lat><long>1</long><elevaton>5</elevaton>"));
+  v2xtest::writeFile(dir.file("mismatch.xml"), node("<lat>1</lat><long>1</lon>"));
   const std::vector<ToolFailure> cases = {
+      {{"encode", dir.file("misspelt.xml"), "-o", dir.file("x")}, 1, "line 3: unknown element <elevaton> in <refPos>"},
+      {{"encode", dir.file("mismatch.xml"), "-o", dir.file("x")}, 1, "line 3: </lon> closes <long> of line 3"},
       {{"decode", dir.file("short.uper")}, 1, "not a valid UPER MessageFrame: data end inside the message"},
       {{"decode", dir.file("bsm.uper")}, 1, "(a bsmFrame, not supported)"},
       {{"encode", dir.file("far.xml"), "-o", dir.file("x")}, 1, "Longitude: constraint failed"},
