@@ -90,6 +90,10 @@ TEST(MapToolLib, MatchPrintsTheLaneOrFails) {
       {{"match", map, "28.2", "112.9"}, 1, ""},
       {{"match", "--prepared", map, "-28.1", "112.9"}, 1, ""},
       {{"match", map, "95", "112.9"}, 2, ""},
+      // A cloud document is read as the service reads it.
+      {{"match", V2X_SOURCE_DIR "/etc/samples/map_4x.json", "31.2800157", "121.1610"},
+       0,
+       "node=0 link=0 lane=0 laneId=1\n"},
       {{"match", map, "28.1"}, 2, ""},
   };
   for (const Case& c : cases) {

@@ -68,6 +68,9 @@ bool decodeFrame(const char* cmd, const std::string& path, const std::vector<uin
 // Reads a MessageFrame file (XER when it looks like XML, UPER otherwise) and
 // decodes it as decodeFrame does.
 bool readFrame(const char* cmd, const std::string& path, void** handle);
+// Reads a map file of any form into a frame: a cloud map document as the
+// service's reader reads it (so what the service would store), XER or UPER.
+bool readAnyFrame(const char* cmd, const std::string& path, void** handle);
 // Encodes a MessageFrame (UPER or XER) into out, sized to the encoding.
 bool encodeFrame(const char* cmd, void* handle, bool xer, std::vector<uint8_t>& out);
 // Frees a frame from decodeFrame (null is fine) and clears the handle.
