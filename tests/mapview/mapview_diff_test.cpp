@@ -147,4 +147,54 @@ TEST_F(MapDiff, RefusedDocumentIsDrawnWithItsFaults) {
   EXPECT_LE(colourDistance(page.at(lx, ly), {0x7d, 0x85, 0x90}), 12);
 }
 
+// The four-intersection sample's 3.5 m lanes on a 550 m grid would be a few
+// pixels wide: each intersection also gets an inset where a lane is at least
+// 8 pixels wide, and its lanes lie there where their positions say.
+TEST(MapViewInsets, SlimLanesAreShownInAnInsetPerIntersection) {
+  v2xtest::TempDir dir;
+  const std::string sample = V2X_SOURCE_DIR "/etc/samples/map_4x.json";
+  const ToolRun run = runTool(dir, {"view", sample, "-o", dir.file("s.html")});
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::string html = v2xtest::readFile(dir.file("s.html"));
+  std::smatch m;
+  const std::regex re(R"re(<svg class="inset" x="([-0-9.e]+)" y="([-0-9.e]+)"[^>]*data-e0="([-0-9.e]+)" )re"
+                      R"re(data-s0="([-0-9.e]+)" data-inset-px-per-m="([-0-9.e]+)")re");
+  ASSERT_TRUE(std::regex_search(html, m, re));
+  const double x = std::stod(m[1]), y = std::stod(m[2]), e0 = std::stod(m[3]), s0 = std::stod(m[4]),
+               k = std::stod(m[5]);
+  EXPECT_GE(k * 3.5, 8.0);
+  // Lane 1 of the first link of the first node: a metre before its stop end.
+  cJSON* doc = cJSON_Parse(v2xtest::readFile(sample).c_str());
+  ASSERT_NE(doc, nullptr);
+  const cJSON* lane = cJSON_GetArrayItem(
+      cJSON_GetObjectItem(
+          cJSON_GetArrayItem(
+              cJSON_GetObjectItem(cJSON_GetArrayItem(cJSON_GetObjectItem(cJSON_GetObjectItem(doc, "map"), "nodes"), 0),
+                                  "inLinks"),
+              0),
+          "lanes"),
+      0);
+  const cJSON* points = cJSON_GetObjectItem(lane, "points");
+  const int last = cJSON_GetArraySize(points) - 1;
+  auto at = [&](int i, const char* key) {
+    return cJSON_GetObjectItem(cJSON_GetArrayItem(points, i), key)->valuedouble;
+  };
+  const PagePlace place(html);
+  const auto [e1, n1] = place.metres(at(last, "lat"), at(last, "lon"));
+  const auto [e2, n2] = place.metres(at(last - 1, "lat"), at(last - 1, "lon"));
+  cJSON_Delete(doc);
+  const double len = std::hypot(e2 - e1, n2 - n1);
+  ASSERT_GT(len, 1.0);
+  const double e = e1 + (e2 - e1) / len, n = n1 + (n2 - n1) / len;
+  const int px = static_cast<int>(std::lround(x + (e - e0) * k)), py = static_cast<int>(std::lround(y + (-n - s0) * k));
+  if (chromium().empty()) GTEST_SKIP() << "chromium is not installed (scripts/install-deps.sh installs it)";
+  Rendered page;
+  ASSERT_TRUE(render(dir, dir.file("s.html"), page));
+  ASSERT_TRUE(px >= 0 && px < 1200 && py >= 0 && py < 900) << px << "," << py;
+  // Beside the centre line's dashes: a quarter lane to the side.
+  const Rgb got =
+      page.at(px + static_cast<int>((n2 - n1) / len * k * 0.9), py + static_cast<int>((e2 - e1) / len * k * 0.9));
+  EXPECT_LE(colourDistance(got, {0x7d, 0x85, 0x90}), 12) << got.r << " " << got.g << " " << got.b;
+}
+
 }  // namespace

@@ -111,6 +111,12 @@ class PagePlace {
         cy_(attr(html, "data-cy")),
         scale_(attr(html, "data-px-per-m")) {}
   double scale() const { return scale_; }
+  // The metres east and north of lat, lon in the page's plane.
+  std::pair<double, double> metres(double lat, double lon) const {
+    double e = 0, n = 0, u = 0;
+    plane_.Forward(lat, lon, 0, e, n, u);
+    return {e, n};
+  }
   // The pixel of lat, lon, moved east and north by metres.
   std::pair<int, int> pixel(double lat, double lon, double east = 0, double north = 0) const {
     double e = 0, n = 0, u = 0;

@@ -17,6 +17,16 @@ namespace {
 
 constexpr const char* kName = "view";
 
+// A finding's line on the page: its text, the value found and what is allowed
+// there (when the finding names them), and whether the service reaches it.
+std::string faultText(const maptool::Finding& f) {
+  std::string out = f.text;
+  if (!f.value.empty()) out += ": " + f.value;
+  if (!f.range.empty()) out += " (allowed: " + f.range + ")";
+  if (f.reach == maptool::kReachNotReached) out += " [not reached by the service]";
+  return out;
+}
+
 // Findings as "validate --json" prints them (an object whose "findings" list
 // holds objects with "path" and "text"), or such a list by itself.
 bool readFaults(const std::string& path, std::vector<maptool::MapFault>& faults) {
@@ -33,7 +43,16 @@ bool readFaults(const std::string& path, std::vector<maptool::MapFault>& faults)
       ok = false;
       break;
     }
-    faults.push_back({p->valuestring, t->valuestring});
+    auto field = [item](const char* key) {
+      const cJSON* v = cJSON_GetObjectItemCaseSensitive(item, key);
+      return std::string(cJSON_IsString(v) ? v->valuestring : "");
+    };
+    maptool::Finding f;
+    f.text = t->valuestring;
+    f.value = field("value");
+    f.range = field("range");
+    f.reach = field("reach");
+    faults.push_back({p->valuestring, faultText(f)});
   }
   cJSON_Delete(root);
   if (!ok) {
@@ -136,13 +155,8 @@ int runView(int argc, char** argv) {
   if (faultsPath != nullptr) {
     if (!readFaults(faultsPath, faults)) return maptool::kExitBadInput;
   } else if (!document.empty()) {
-    for (const maptool::Finding& f : maptool::validateDocument(document).findings) {
-      std::string text = f.text;
-      if (!f.value.empty()) text += ": " + f.value;
-      if (!f.range.empty()) text += " (allowed: " + f.range + ")";
-      if (f.reach == maptool::kReachNotReached) text += " [not reached by the service]";
-      faults.push_back({f.path, text});
-    }
+    for (const maptool::Finding& f : maptool::validateDocument(document).findings)
+      faults.push_back({f.path, faultText(f)});
   }
   opt.title = std::strcmp(path, "-") == 0 ? "map" : std::filesystem::path(path).filename().string();
   const std::string page = maptool::mapPage(map, faults, opt);
