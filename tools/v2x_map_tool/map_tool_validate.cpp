@@ -96,9 +96,12 @@ bool pathTo(const cJSON* node, const cJSON* target, std::string& path) {
   for (const cJSON* child = node->child; child != nullptr; child = child->next, ++i) {
     size_t mark = path.size();
     if (child->string != nullptr) {
-      path += "." + canonicalKey(child->string);
+      path += '.';
+      path += canonicalKey(child->string);
     } else {
-      path += "[" + std::to_string(i) + "]";
+      path += '[';
+      path += std::to_string(i);
+      path += ']';
     }
     if (pathTo(child, target, path)) return true;
     path.resize(mark);
@@ -111,7 +114,10 @@ bool pathTo(const cJSON* node, const cJSON* target, std::string& path) {
 std::string documentPath(const cJSON* root, const cJSON* target, const char* key) {
   std::string path;
   if (root == nullptr || target == nullptr || !pathTo(root, target, path)) path.clear();
-  if (key != nullptr) path += "." + canonicalKey(key);
+  if (key != nullptr) {
+    path += '.';
+    path += canonicalKey(key);
+  }
   if (path.rfind(".map.", 0) == 0) return path.substr(5);
   return path.empty() ? path : path.substr(1);
 }
@@ -269,7 +275,8 @@ std::vector<std::string> steps(const std::string& path) {
   for (char c : path) {
     if (c == '.' || c == '[') {
       if (!cur.empty()) out.push_back(cur);
-      cur = c == '[' ? "[" : "";
+      cur.clear();
+      if (c == '[') cur.push_back('[');
     } else {
       cur += c;
     }

@@ -69,7 +69,10 @@ bool anyMember(const asn_TYPE_descriptor_t* td, const void* sptr, Visit visit) {
   } else if (td->free_struct == SET_OF_free) {
     const asn_anonymous_set_* list = _A_CSET_FROM_VOID(sptr);
     for (int i = 0; i < list->count; ++i) {
-      if (list->array[i] != nullptr && visit(td->elements[0], list->array[i], "[" + std::to_string(i) + "]")) {
+      std::string index(1, '[');
+      index += std::to_string(i);
+      index += ']';
+      if (list->array[i] != nullptr && visit(td->elements[0], list->array[i], index)) {
         return true;
       }
     }

@@ -296,7 +296,10 @@ std::string Page::polyline(const std::vector<GeoPosition>& pts) const {
   for (const GeoPosition& p : pts) {
     if (!p.valid) continue;
     const Pt q = toPt(proj_, p);
-    out += (out.empty() ? "" : " ") + num(q.x) + "," + num(q.y);
+    if (!out.empty()) out += ' ';
+    out += num(q.x);
+    out += ',';
+    out += num(q.y);
   }
   return out;
 }
