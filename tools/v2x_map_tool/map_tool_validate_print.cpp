@@ -48,7 +48,11 @@ void printHuman(const std::string& name, const Validation& v) {
   }
   for (const Finding& f : v.warnings) line(f);
   std::printf("  verdict    %s\n", verdictText(v));
-  if (v.readable) std::printf("  ack        %s%s\n", v.ack.c_str(), v.ackRequested ? "" : " (not requested)");
+  if (v.tooLong) {
+    std::printf("  ack        none (the reader never gets the message whole)\n");
+  } else if (v.readable) {
+    std::printf("  ack        %s%s\n", v.ack.c_str(), v.ackRequested ? "" : " (not requested)");
+  }
 }
 
 cJSON* findingsJson(const std::vector<Finding>& list) {
@@ -131,21 +135,31 @@ V2X_MAP_TOOL_COMMAND("validate", "list every fault of cloud map-down JSON docume
                      "usage: v2x_map_tool validate [--json] MAP.json...\n"
                      "\n"
                      "Reads each map-down document with the service's own reader, then encodes\n"
-                     "the frame the service would store with its encoder, and reports every fault:\n"
-                     "its place in the document (nodes[0].inLinks[1].lanes[2].laneWidth), the value\n"
-                     "found, what the service accepts there, the error code and text the service\n"
-                     "records, and what the service does with it (document refused, list element\n"
-                     "dropped with the rest of its list, value kept). The encoder's verdict comes\n"
-                     "last (code 18, \"Set MAP config error\", with the part it refuses). Then the\n"
+                     "the frame the service would store with its encoder, and reports everything\n"
+                     "the service would refuse, change or lose: its place in the document\n"
+                     "(nodes[0].inLinks[1].lanes[2].laneWidth), the value found, what the service\n"
+                     "accepts there, the error code and text the service records, what the\n"
+                     "service does with it and how far that reaches: refuses the document, drops\n"
+                     "a list, value kept, value changed (a value of the wrong JSON kind, with what\n"
+                     "is read instead; a slice number outside 1 to 255, with the file it lands\n"
+                     "in), or not reached by the service (found past a fault that stops the reader,\n"
+                     "by reading again with the stopping values mended). Every part of the map the\n"
+                     "encoder refuses comes last (code 18, \"Set MAP config error\"). A document\n"
+                     "over 9999 bytes, which the service never reads whole, and a text that is not\n"
+                     "JSON (with its line, column and byte offset) are faults too. Where the field\n"
+                     "profile behaves otherwise, a line says what it does. Then the warnings\n"
+                     "(members the reader does not know, with the nearest known name; keys repeated\n"
+                     "but for the case of letters, of which the service takes the first) and the\n"
                      "acknowledgement the service sends when the document has \"ack\": true. The\n"
                      "stored eTag is taken as empty. Problems the service only logs, without a code,\n"
                      "are listed apart.\n"
                      "\n"
-                     "--json prints one JSON object per document: findings (path, code, text,\n"
-                     "value, range, effect, log) in the order the reader meets them, notes, ack\n"
-                     "(the acknowledgement object, null for a text that is not JSON), verdict.\n"
+                     "--json prints one JSON object per document with the same: findings, notes\n"
+                     "and warnings (path, code, text, value, range, effect, log, reach, and reads\n"
+                     "and field where they apply), tooLong, file (the slice's file number), ack\n"
+                     "(the acknowledgement object, null when none is sent), verdict.\n"
                      "\n"
-                     "Exit status 0 when every document is stored without a fault, 1 when a\n"
-                     "document has faults or is refused, 2 when one cannot be read or is not JSON\n"
+                     "Exit status 0 when every document is stored as written, 1 when a document\n"
+                     "has faults or warnings or is refused, 2 when one cannot be read or is not JSON\n"
                      "(or for a wrong command line).\n",
                      maptool::runValidate)
