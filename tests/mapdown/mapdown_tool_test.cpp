@@ -114,7 +114,16 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
                       R"({"id":{"id":2},"refPos":{"lon":121.17,"lat":91}})"),
        1,
        {"nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 14", "nodes[1].refPos.lat 5",
-        "nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 18"}},
+        "nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 18 unreached"}},
+      // Past the refusing node: its own links and the next node's, as the
+      // service would meet them once the latitude is mended.
+      {"past_refusal",
+       doc("v-e", R"({"id":{"id":1},"refPos":{"lon":121.16,"lat":91},"inLinks":[{"upstreamNodeId":{"id":2},)"
+                  R"("linkWidth":700,"lanes":[{"laneId":1,"laneWidth":40000}]}]},)" +
+                      node0 + R"({"upstreamNodeId":{"id":2},"lanes":[{"laneId":1}]}]})"),
+       1,
+       {"nodes[0].refPos.lat 5", "nodes[0].inLinks[0].lanes[0].laneWidth 13 unreached",
+        "nodes[1].inLinks[0].linkWidth 8 unreached", "nodes[0].inLinks[0].lanes[0].laneWidth 18 unreached"}},
       {"link_dropped",
        doc("v-c", node0 + R"({"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[)" + lane +
                       R"(]},{"upstreamNodeId":{"id":4},"linkWidth":700,"lanes":[{"laneWidth":300}]}]})"),
@@ -122,7 +131,10 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
        {"nodes[0].inLinks[1].lanes[0].laneId 9"}},
       // Without "mapSlice" the slice is stored as file 255; past the eTag, an
       // empty node list is more than the encoder takes.
-      {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {"mapSlice 0", "eTag 1", "nodes 18"}},
+      {"etag_absent",
+       R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})",
+       1,
+       {"mapSlice 0", "eTag 1", "nodes 18 unreached"}},
       {"clean", sample("map_slice1.json"), 0, {}},
   };
   for (const Case& c : cases) {
@@ -136,8 +148,9 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
     std::vector<std::string> got;
     const cJSON* f = nullptr;
     cJSON_ArrayForEach(f, cJSON_GetObjectItem(out, "findings")) {
+      const bool reached = std::string(cJSON_GetObjectItem(f, "reach")->valuestring) != "not reached by the service";
       got.push_back(std::string(cJSON_GetObjectItem(f, "path")->valuestring) + " " +
-                    std::to_string(cJSON_GetObjectItem(f, "code")->valueint));
+                    std::to_string(cJSON_GetObjectItem(f, "code")->valueint) + (reached ? "" : " unreached"));
     }
     EXPECT_EQ(got, c.findings) << r.out;
     char* predicted = cJSON_PrintUnformatted(cJSON_GetObjectItem(out, "ack"));
