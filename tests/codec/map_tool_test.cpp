@@ -59,7 +59,9 @@ TEST(MapTool, BadInputAndUsageErrors) {
   v2xtest::writeFile(dir.file("misspelt.xml"), node("<lat>1</lat><long>1</long><elevaton>5</elevaton>"));
   v2xtest::writeFile(dir.file("mismatch.xml"), node("<lat>1</lat><long>1</lon>"));
   const std::vector<ToolFailure> cases = {
-      {{"encode", dir.file("misspelt.xml"), "-o", dir.file("x")}, 1, "line 3: unknown element <elevaton> in <refPos>"},
+      {{"encode", dir.file("misspelt.xml"), "-o", dir.file("x")},
+       1,
+       "line 3: unknown element <elevaton> in <refPos> (did you mean <elevation>?"},
       {{"encode", dir.file("mismatch.xml"), "-o", dir.file("x")}, 1, "line 3: </lon> closes <long> of line 3"},
       {{"decode", dir.file("short.uper")}, 1, "not a valid UPER MessageFrame: data end inside the message"},
       {{"decode", dir.file("bsm.uper")}, 1, "(a bsmFrame, not supported)"},

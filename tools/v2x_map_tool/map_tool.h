@@ -57,6 +57,9 @@ bool writeOutput(const char* cmd, const std::string& path, const std::string& te
 // control bytes) rather than a binary encoding.
 bool looksLikeXml(const std::vector<uint8_t>& data);
 
+// Edit distance of two names, the case of letters ignored (for "did you mean").
+size_t nameDistance(const std::string& a, const std::string& b);
+
 // Checks an XER MessageFrame's elements against the message set before it
 // is decoded: every element a member of its type, every closing tag its
 // opening one's. False with a line naming the first fault otherwise.

@@ -13,6 +13,7 @@
 #include <cstdlib>
 
 #include "map_conv_mapdown.h"
+#include "map_tool.h"
 
 namespace maptool {
 namespace {
@@ -124,24 +125,6 @@ const char* kindName(const cJSON* item) {
   return "an object";
 }
 
-// Edit distance of two names, the case of letters ignored.
-size_t distance(const std::string& a, const std::string& b) {
-  std::vector<size_t> row(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diag = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t up = row[j];
-      const bool same =
-          std::tolower(static_cast<unsigned char>(a[i - 1])) == std::tolower(static_cast<unsigned char>(b[j - 1]));
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diag + (same ? 0 : 1)});
-      diag = up;
-    }
-  }
-  return row[b.size()];
-}
-
 // The integer the reader takes from any item (the JSON library's int view).
 long intView(const cJSON* item) {
   if (cJSON_IsNumber(item)) return item->valueint;
@@ -199,7 +182,7 @@ class Scanner {
     const KeySpec* nearest = nullptr;
     size_t best = SIZE_MAX;
     for (const KeySpec& k : ks.keys) {
-      const size_t d = distance(item->string, k.key);
+      const size_t d = nameDistance(item->string, k.key);
       if (d < best) {
         best = d;
         nearest = &k;
@@ -283,6 +266,23 @@ class Scanner {
 };
 
 }  // namespace
+
+size_t nameDistance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diag = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t up = row[j];
+      const bool same =
+          std::tolower(static_cast<unsigned char>(a[i - 1])) == std::tolower(static_cast<unsigned char>(b[j - 1]));
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, diag + (same ? 0 : 1)});
+      diag = up;
+    }
+  }
+  return row[b.size()];
+}
 
 std::string printed(const cJSON* item) {
   char* text = cJSON_PrintUnformatted(item);

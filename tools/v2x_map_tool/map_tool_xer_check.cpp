@@ -3,7 +3,9 @@
 // <laneWdth>350</laneWidth> passes), so before decoding, every element is
 // checked against the member names of its type in the message set's own
 // type descriptions, and every closing tag against its opening one.
+#include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -38,14 +40,22 @@ const asn_TYPE_descriptor_t* childType(const asn_TYPE_descriptor_t* td, const st
   return nullptr;
 }
 
-// The member names td takes, for the message.
-std::string names(const asn_TYPE_descriptor_t* td) {
-  std::string out;
+// The member names td takes, for the message, the nearest to tag first
+// when it is near enough to be a slip.
+std::string names(const asn_TYPE_descriptor_t* td, const std::string& tag) {
+  std::string out, nearest;
+  size_t best = SIZE_MAX;
   for (int i = 0; i < td->elements_count && out.size() < 200; ++i) {
     const asn_TYPE_member_t& m = td->elements[i];
-    out += std::string(out.empty() ? "" : ", ") + (*m.name == '\0' ? m.type->xml_tag : m.name);
+    const std::string name = *m.name == '\0' ? m.type->xml_tag : m.name;
+    if (!out.empty()) out += ", ";
+    out += name;
+    const size_t d = nameDistance(tag, name);
+    if (d < best) best = d, nearest = name;
   }
-  return out;
+  if (best <= std::max<size_t>(2, tag.size() / 3))
+    return "did you mean <" + nearest + ">? " + td->name + " holds " + out;
+  return std::string(td->name) + " holds " + out;
 }
 
 struct Open {
@@ -110,7 +120,7 @@ bool checkXerElements(const std::vector<uint8_t>& data, std::string& error) {
       type = childType(parent, tag);
       if (type == nullptr) {
         error = "line " + std::to_string(at) + ": unknown element <" + tag + "> in <" + stack.back().tag + "> (" +
-                parent->name + " holds " + names(parent) + ")";
+                names(parent, tag) + ")";
         return false;
       }
     } else if (!empty) {
