@@ -51,7 +51,18 @@ TEST(MapTool, BadInputAndUsageErrors) {
   v2xtest::writeFile(dir.file("far.xml"),
                      "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>1</lat>"
                      "<long>1800000002</long></refPos></Node></nodes></mapFrame></MessageFrame>");
+  // XER that the decoder alone would take, losing the misspelt member.
+  auto node = [](const std::string& refPos) {
+    return "<MessageFrame><mapFrame><msgCnt>1</msgCnt>\n<nodes><Node><id><id>1</id></id>\n<refPos>" + refPos +
+           "</refPos></Node></nodes></mapFrame></MessageFrame>";
+  };
+  v2xtest::writeFile(dir.file("misspelt.xml"), node("<lat>1</lat><long>1</long><elevaton>5</elevaton>"));
+  v2xtest::writeFile(dir.file("mismatch.xml"), node("<lat>1</lat><long>1</lon>"));
   const std::vector<ToolFailure> cases = {
+      {{"encode", dir.file("misspelt.xml"), "-o", dir.file("x")},
+       1,
+       "line 3: unknown element <elevaton> in <refPos> (did you mean <elevation>?"},
+      {{"encode", dir.file("mismatch.xml"), "-o", dir.file("x")}, 1, "line 3: </lon> closes <long> of line 3"},
       {{"decode", dir.file("short.uper")}, 1, "not a valid UPER MessageFrame: data end inside the message"},
       {{"decode", dir.file("bsm.uper")}, 1, "(a bsmFrame, not supported)"},
       {{"encode", dir.file("far.xml"), "-o", dir.file("x")}, 1, "Longitude: constraint failed"},
@@ -81,6 +92,10 @@ TEST(MapToolLib, MatchPrintsTheLaneOrFails) {
       {{"match", map, "28.2", "112.9"}, 1, ""},
       {{"match", "--prepared", map, "-28.1", "112.9"}, 1, ""},
       {{"match", map, "95", "112.9"}, 2, ""},
+      // A cloud document is read as the service reads it.
+      {{"match", V2X_SOURCE_DIR "/etc/samples/map_4x.json", "31.2800157", "121.1610"},
+       0,
+       "node=0 link=0 lane=0 laneId=1\n"},
       {{"match", map, "28.1"}, 2, ""},
   };
   for (const Case& c : cases) {

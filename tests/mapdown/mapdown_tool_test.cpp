@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
+#include "LinkList.h"
+#include "NodeList.h"
 #include "map_conv_v2xcloud_dds.h"
 #include "mapdown_fixture.h"
 
@@ -102,19 +105,36 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
        1,
        {"nodes[0].inLinks[0].speedLimits[0].speed 10", "nodes[0].inLinks[0].movements[0].phaseId 11",
         "nodes[0].inLinks[0].lanes[0].laneWidth 13", "nodes[0].inLinks[0].lanes[0].points[1].lat 16",
-        "nodes[0].inLinks[0].speedLimits 18"}},
+        // Every part the encoder refuses, the point list cut to one point included.
+        "nodes[0].inLinks[0].speedLimits 18", "nodes[0].inLinks[0].movements[0].phaseId 18",
+        "nodes[0].inLinks[0].lanes[0].laneWidth 18", "nodes[0].inLinks[0].lanes[0].points 18"}},
       {"refused",
        doc("v-b", node0 + R"({"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[{"laneId":1,)" +
                       R"("connectsTo":[{"remoteIntersection":{"id":3},"phaseId":300}]}]}]},)" +
                       R"({"id":{"id":2},"refPos":{"lon":121.17,"lat":91}})"),
        1,
-       {"nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 14", "nodes[1].refPos.lat 5"}},
+       {"nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 14", "nodes[1].refPos.lat 5",
+        "nodes[0].inLinks[0].lanes[0].connectsTo[0].phaseId 18 unreached"}},
+      // Past the refusing node: its own links and the next node's, as the
+      // service would meet them once the latitude is mended.
+      {"past_refusal",
+       doc("v-e", R"({"id":{"id":1},"refPos":{"lon":121.16,"lat":91},"inLinks":[{"upstreamNodeId":{"id":2},)"
+                  R"("linkWidth":700,"lanes":[{"laneId":1,"laneWidth":40000}]}]},)" +
+                      node0 + R"({"upstreamNodeId":{"id":2},"lanes":[{"laneId":1}]}]})"),
+       1,
+       {"nodes[0].refPos.lat 5", "nodes[0].inLinks[0].lanes[0].laneWidth 13 unreached",
+        "nodes[1].inLinks[0].linkWidth 8 unreached", "nodes[0].inLinks[0].lanes[0].laneWidth 18 unreached"}},
       {"link_dropped",
        doc("v-c", node0 + R"({"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[)" + lane +
                       R"(]},{"upstreamNodeId":{"id":4},"linkWidth":700,"lanes":[{"laneWidth":300}]}]})"),
        1,
        {"nodes[0].inLinks[1].lanes[0].laneId 9"}},
-      {"etag_absent", R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})", 1, {"eTag 1"}},
+      // Without "mapSlice" the slice is stored as file 255; past the eTag, an
+      // empty node list is more than the encoder takes.
+      {"etag_absent",
+       R"({"ack":true,"seqNum":"5","map":{"nodes":[]}})",
+       1,
+       {"mapSlice 0", "eTag 1", "nodes 18 unreached"}},
       {"clean", sample("map_slice1.json"), 0, {}},
   };
   for (const Case& c : cases) {
@@ -128,8 +148,9 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
     std::vector<std::string> got;
     const cJSON* f = nullptr;
     cJSON_ArrayForEach(f, cJSON_GetObjectItem(out, "findings")) {
+      const bool reached = std::string(cJSON_GetObjectItem(f, "reach")->valuestring) != "not reached by the service";
       got.push_back(std::string(cJSON_GetObjectItem(f, "path")->valuestring) + " " +
-                    std::to_string(cJSON_GetObjectItem(f, "code")->valueint));
+                    std::to_string(cJSON_GetObjectItem(f, "code")->valueint) + (reached ? "" : " unreached"));
     }
     EXPECT_EQ(got, c.findings) << r.out;
     char* predicted = cJSON_PrintUnformatted(cJSON_GetObjectItem(out, "ack"));
@@ -149,6 +170,140 @@ TEST_F(MapDownTest, ValidateFindsEveryFaultAndPredictsTheAcknowledgement) {
     EXPECT_STREQ(predicted, sent);
     cJSON_free(predicted);
     cJSON_Delete(out);
+  }
+}
+
+// The finding (or warning) of validate's JSON report at path; null when none.
+const cJSON* reported(const cJSON* out, const std::string& path) {
+  for (const char* list : {"findings", "warnings"}) {
+    const cJSON* f = nullptr;
+    cJSON_ArrayForEach(f, cJSON_GetObjectItem(out, list)) {
+      if (path == cJSON_GetObjectItem(f, "path")->valuestring) return f;
+    }
+  }
+  return nullptr;
+}
+
+std::string field(const cJSON* finding, const char* key) {
+  const cJSON* item = cJSON_GetObjectItem(finding, key);
+  return cJSON_IsString(item) ? item->valuestring : "";
+}
+
+// Documents the service reads otherwise than they are written: the service's
+// reader (or its DDS reception) shows what it takes, and validate must say
+// so at the right place, never with a clean verdict.
+TEST_F(MapDownTest, ValidateNeverPassesWhatTheServiceLosesOrChanges) {
+  const std::string defaultLane =
+      R"({"laneId":1,"laneWidth":350,"points":[{"lon":121.1,"lat":31.2},{"lon":121.2,"lat":31.2}]})";
+  auto doc = [&](const std::string& envelope, const std::string& refPos, const std::string& lane) {
+    return R"({)" + envelope + R"("eTag":"v-t","seqNum":"5","map":{"nodes":[{"id":{"id":1},"refPos":{"lon":121.16,)" +
+           refPos + R"(},"inLinks":[{"upstreamNodeId":{"id":2},"linkWidth":700,"lanes":[)" + lane + "]}]}]}}";
+  };
+  const std::string slice1 = R"("mapSlice":"1","ack":true,)";
+  auto node = [this] { return frame_.map().nodes.list.array[0]; };
+  auto lane = [&] { return node()->inLinks->list.array[0]->lanes.list.array[0]; };
+  struct Case {
+    const char* name;
+    std::string doc;
+    std::string path;
+    const char* key;       // of the finding
+    std::string expected;  // what it must contain there
+    std::function<bool()> service;
+  };
+  const Case cases[] = {
+      {"lat_text", doc(slice1, R"("lat":"31.28")", defaultLane), "nodes[0].refPos.lat", "reads", "0 degrees",
+       [&] { return node()->refPos.lat == 0; }},
+      {"width_text", doc(slice1, R"("lat":31.28)", R"({"laneId":1,"laneWidth":"350"})"),
+       "nodes[0].inLinks[0].lanes[0].laneWidth", "reads", "0 cm", [&] { return *lane()->laneWidth == 0; }},
+      {"width_fraction", doc(slice1, R"("lat":31.28)", R"({"laneId":1,"laneWidth":350.7})"),
+       "nodes[0].inLinks[0].lanes[0].laneWidth", "reads", "350 cm", [&] { return *lane()->laneWidth == 350; }},
+      {"slice_0", doc(R"("mapSlice":"0",)", R"("lat":31.28)", defaultLane), "mapSlice", "effect", "file 255",
+       [&] { return record_.mapSlice == 0; }},
+      {"slice_300", doc(R"("mapSlice":"300",)", R"("lat":31.28)", defaultLane), "mapSlice", "effect", "file 43",
+       [&] { return record_.mapSlice == 44; }},
+      {"slice_number", doc(R"("mapSlice":1,)", R"("lat":31.28)", defaultLane), "mapSlice", "effect", "file 255",
+       [&] { return record_.mapSlice == 0; }},
+      {"ack_text", doc(R"("mapSlice":"1","ack":"true",)", R"("lat":31.28)", defaultLane), "ack", "reads", "false",
+       [&] { return !record_.ack; }},
+      {"misspelt_width", doc(slice1, R"("lat":31.28)", R"({"laneId":1,"laneWidht":350})"),
+       "nodes[0].inLinks[0].lanes[0].laneWidht", "text", "\"laneWidth\"", [&] { return lane()->laneWidth == nullptr; }},
+      {"misspelt_points", doc(slice1, R"("lat":31.28)", R"({"laneId":1,"point":[{"lon":121.1,"lat":31.2}]})"),
+       "nodes[0].inLinks[0].lanes[0].point", "text", "\"points\"", [&] { return lane()->points == nullptr; }},
+      {"case_twin", doc(slice1, R"("lat":31.28,"LAT":0)", defaultLane), "nodes[0].refPos.LAT", "effect",
+       "takes the first, \"lat\" (31.28)", [&] { return node()->refPos.lat == 312800000; }},
+      {"id_number", R"({"mapSlice":"1","eTag":"v-t","map":{"nodes":[{"id":7,"refPos":{"lon":121.1,"lat":31.2}}]}})",
+       "nodes[0].id", "reads", "an object without members", [&] { return node()->id.id == 0; }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_EQ(read(c.doc), 0);
+    EXPECT_TRUE(c.service()) << "the service no longer does what this case expects";
+    const fs::path file = dir_ / (std::string(c.name) + ".json");
+    writeFile(file, c.doc);
+    const ToolRun r = runTool("--json " + file.string(), "validate");
+    EXPECT_EQ(r.status, 1) << r.out;
+    cJSON* out = cJSON_Parse(r.out.c_str());
+    ASSERT_NE(out, nullptr) << r.out;
+    EXPECT_NE(field(out, "verdict"), "the service stores the map");
+    const cJSON* f = reported(out, c.path);
+    ASSERT_NE(f, nullptr) << r.out;
+    EXPECT_NE(field(f, c.key).find(c.expected), std::string::npos) << field(f, c.key);
+    cJSON_Delete(out);
+  }
+}
+
+// A pretty-printed copy of the four-link sample is over 9999 bytes: the DDS
+// reception cuts it, reads its tail as a message of its own and sends no
+// acknowledgement; validate says so first, and convert stores nothing.
+TEST_F(MapDownTest, ValidateAndConvertTellTheServiceDropsALongMessage) {
+  cJSON* sample = cJSON_Parse(readFile(samples() + "map_4x.json").c_str());
+  ASSERT_NE(sample, nullptr);
+  cJSON_ReplaceItemInObject(sample, "eTag", cJSON_CreateString("v-long"));
+  char* pretty = cJSON_Print(sample);
+  std::string text = pretty;
+  cJSON_free(pretty);
+  cJSON_Delete(sample);
+  ASSERT_GT(text.size(), 9999U);
+  for (size_t at = 0; at <= text.size(); at += 1024) {
+    const size_t n = std::min<size_t>(1024, text.size() - at);
+    v2xcloud_ddsRecvMapDown(text.data() + at, static_cast<unsigned int>(n));
+    if (n < 1024) break;
+  }
+  v2xcloud_map_data_t* received = nullptr;
+  ASSERT_EQ(v2xcloud_GetMapDownData(&received), 0);
+  EXPECT_FALSE(received->ack);
+  EXPECT_STREQ(received->eTag, "");
+
+  writeFile(dir_ / "long.json", text);
+  const ToolRun r = runTool("--json " + (dir_ / "long.json").string(), "validate");
+  EXPECT_EQ(r.status, 1) << r.out;
+  cJSON* out = cJSON_Parse(r.out.c_str());
+  ASSERT_NE(out, nullptr) << r.out;
+  EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(out, "tooLong")));
+  EXPECT_TRUE(cJSON_IsNull(cJSON_GetObjectItem(out, "ack")));
+  const cJSON* first = cJSON_GetArrayItem(cJSON_GetObjectItem(out, "findings"), 0);
+  EXPECT_EQ(field(first, "reach"), "refuses the document");
+  EXPECT_NE(field(first, "field").find("dropped whole"), std::string::npos);
+  cJSON_Delete(out);
+
+  const ToolRun conv = runTool((dir_ / "long.json").string() + " -o " + (dir_ / "out").string());
+  EXPECT_EQ(conv.status, 1) << conv.out;
+  EXPECT_FALSE(fs::exists(dir_ / "out/map_data_0"));
+}
+
+// A text that stops being JSON is named by line, column and byte, by both
+// commands, and is never "0 faults".
+TEST_F(MapDownTest, BadJsonIsReportedWhereItBreaks) {
+  const std::string text = "{\"mapSlice\": \"1\",\n  \"eTag\": \"x\",\n  \"map\": {\"nodes\": [1,\n  }";
+  ASSERT_EQ(read(text), -2);
+  writeFile(dir_ / "broken.json", text);
+  const ToolRun v = runTool((dir_ / "broken.json").string(), "validate");
+  EXPECT_EQ(v.status, 2);
+  EXPECT_NE(v.out.find("1 fault"), std::string::npos) << v.out;
+  const ToolRun c = runTool((dir_ / "broken.json").string() + " -o " + (dir_ / "out").string());
+  EXPECT_EQ(c.status, 1);
+  for (const std::string& out : {v.out, c.out}) {
+    EXPECT_NE(out.find("line 4, column 3 (byte 58)"), std::string::npos) << out;
   }
 }
 

@@ -57,12 +57,23 @@ bool writeOutput(const char* cmd, const std::string& path, const std::string& te
 // control bytes) rather than a binary encoding.
 bool looksLikeXml(const std::vector<uint8_t>& data);
 
+// Edit distance of two names, the case of letters ignored (for "did you mean").
+size_t nameDistance(const std::string& a, const std::string& b);
+
+// Checks an XER MessageFrame's elements against the message set before it
+// is decoded: every element a member of its type, every closing tag its
+// opening one's. False with a line naming the first fault otherwise.
+bool checkXerElements(const std::vector<uint8_t>& data, std::string& error);
+
 // Decodes a whole MessageFrame (UPER or XER as given) into *handle, which must
 // be null on entry. On failure reports through fail() and leaves *handle null.
 bool decodeFrame(const char* cmd, const std::string& path, const std::vector<uint8_t>& data, bool xer, void** handle);
 // Reads a MessageFrame file (XER when it looks like XML, UPER otherwise) and
 // decodes it as decodeFrame does.
 bool readFrame(const char* cmd, const std::string& path, void** handle);
+// Reads a map file of any form into a frame: a cloud map document as the
+// service's reader reads it (so what the service would store), XER or UPER.
+bool readAnyFrame(const char* cmd, const std::string& path, void** handle);
 // Encodes a MessageFrame (UPER or XER) into out, sized to the encoding.
 bool encodeFrame(const char* cmd, void* handle, bool xer, std::vector<uint8_t>& out);
 // Frees a frame from decodeFrame (null is fine) and clears the handle.

@@ -12,6 +12,11 @@ bool decodeFrame(const char* cmd, const std::string& path, const std::vector<uin
     fail(cmd, "%s: file too large", path.c_str());
     return false;
   }
+  std::string strict;
+  if (xer && !checkXerElements(data, strict)) {
+    fail(cmd, "%s: not a valid XER MessageFrame: %s", path.c_str(), strict.c_str());
+    return false;
+  }
   auto* bytes = const_cast<uint8_t*>(data.data());
   auto len = static_cast<uint32_t>(data.size());
   int32_t rc = xer ? v2xapp_GBMapXerDecode(handle, bytes, len) : v2xapp_GBMapUperDecode(handle, bytes, len);

@@ -1,5 +1,6 @@
 // "convert": cloud map-down documents run through the service's own reader and
 // storage, as the DDS reception would, into map files and records in a directory.
+#include <cjson/cJSON.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "map_conv_config.h"
 #include "map_conv_mapdown.h"
 #include "map_tool.h"
+#include "map_tool_validate_scan.h"
 #include "v2xapp_gbmap.h"
 #include "v2xcfg.h"
 #include "v2xpub.h"
@@ -21,7 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kName = "convert";
-constexpr size_t kMessageMax = 9999;  // largest text one map-down message carries
 
 struct Settings {
   std::string eTag;
@@ -141,8 +142,21 @@ bool convertOne(const std::string& path, const fs::path& outDir, const Settings&
   std::vector<uint8_t> data;
   if (!maptool::readInput(kName, path, data)) return false;
   std::printf("%s:\n", path.c_str());
-  if (data.size() > kMessageMax) {
-    std::printf("  note       %zu bytes, more than one map-down message carries (%zu)\n", data.size(), kMessageMax);
+  const std::string text(data.begin(), data.end());
+  maptool::Finding tooLong;
+  if (maptool::oversizeFinding(text, tooLong)) {
+    // The reception never hands such a message to the reader whole.
+    std::printf("  result     not stored: %s, %s\n", tooLong.value.c_str(), tooLong.range.c_str());
+    std::printf("             reference: %s\n             field profile: %s\n", tooLong.effect.c_str(),
+                tooLong.field.c_str());
+    return false;
+  }
+  const maptool::TextPosition where = maptool::parsePosition(text);
+  if (!where.ok) {
+    std::printf("  result     -2: not JSON, %s\n", maptool::positionText(where).c_str());
+    std::printf("  error code none (the service records no code for a text that is not JSON)\n");
+    std::printf("  ack        none (the document could not be read)\n");
+    return false;
   }
   data.push_back('\0');
 
@@ -190,6 +204,22 @@ bool convertOne(const std::string& path, const fs::path& outDir, const Settings&
     }
     ok = true;
   }
+  // What the service stores differs from what the document says.
+  std::vector<maptool::Finding> changed, ignored;
+  cJSON* root = cJSON_Parse(text.c_str());
+  maptool::Finding slice;
+  if (ret != MAP_CONV_ETAG_UNCHANGED && maptool::sliceFinding(root, static_cast<uint8_t>(record.mapSlice - 1), slice)) {
+    changed.push_back(slice);
+  }
+  maptool::scanKinds(root, changed, ignored);
+  cJSON_Delete(root);
+  for (const maptool::Finding& f : changed) {
+    std::printf("  changed    %s: %s, the service takes %s\n", f.path.c_str(), f.value.c_str(), f.reads.c_str());
+  }
+  for (const maptool::Finding& f : ignored) {
+    std::printf("  ignored    %s: %s\n", f.path.c_str(), f.text.c_str());
+  }
+  if (!changed.empty() || !ignored.empty()) ok = false;
   int32 code = v2xmapconv_GetErrorCode();
   std::printf("  error code %d (%s)\n", code, v2xmapconv_GetErrorDesc(code));
   char ack[512];
@@ -250,7 +280,12 @@ V2X_MAP_TOOL_COMMAND(kName, "store cloud map-down JSON documents as the service 
                      "it the eTag is empty and the names are map_data_N and map_cfg_N.\n"
                      "\n"
                      "For each document prints the result, the recorded error code with its text\n"
-                     "and the acknowledgement the cloud would get. Exit status 0 when every\n"
-                     "document was stored or had an unchanged eTag (recorded codes included), 1\n"
-                     "when one was rejected or could not be stored, 2 for a wrong command line.\n",
+                     "and the acknowledgement the cloud would get, and every value the service\n"
+                     "takes otherwise than written (a value of the wrong JSON kind, a slice number\n"
+                     "outside 1 to 255) or ignores (an unknown member, a key repeated but for the\n"
+                     "case of letters). A document longer than one map-down message (9999 bytes)\n"
+                     "is not stored, as by the service. Exit status 0 when every document was\n"
+                     "stored as written or had an unchanged eTag (recorded codes included), 1 when\n"
+                     "one was rejected, could not be stored, or would not be stored as written\n"
+                     "(see \"validate\" for the whole story), 2 for a wrong command line.\n",
                      runConvert)

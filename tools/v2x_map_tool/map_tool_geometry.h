@@ -7,6 +7,8 @@
 #ifndef V2X_MAP_TOOL_GEOMETRY_H
 #define V2X_MAP_TOOL_GEOMETRY_H
 
+#include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -89,6 +91,34 @@ bool mapGeometry(const MessageFrame& frame, GeoMap& map);
 // documentText, when given, receives the text of a whole cloud document (one
 // with "map") and is left empty for the other forms.
 bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText = nullptr);
+// The same for a file's bytes already read (path names it in messages).
+bool loadMapData(const char* cmd, const std::string& path, std::vector<uint8_t>& data, GeoMap& map,
+                 std::string* documentText = nullptr);
+
+constexpr double kPi = 3.14159265358979323846;
+
+// Metres east and north of a centre position: a plane tangent to the WGS84
+// ellipsoid there, scaled by its radii of curvature. Over the few kilometres
+// of a map the error stays far below a pixel.
+class Projection {
+ public:
+  Projection(double lat0, double lon0) : lat0_(lat0), lon0_(lon0) {
+    constexpr double a = 6378137.0;
+    constexpr double f = 1.0 / 298.257223563;
+    constexpr double e2 = f * (2.0 - f);
+    const double s = std::sin(lat0 * kPi / 180.0);
+    const double w = 1.0 - e2 * s * s;
+    mPerDegLat_ = a * (1.0 - e2) / (w * std::sqrt(w)) * kPi / 180.0;
+    mPerDegLon_ = a / std::sqrt(w) * std::cos(lat0 * kPi / 180.0) * kPi / 180.0;
+  }
+  double east(const GeoPosition& p) const { return (p.lon - lon0_) * mPerDegLon_; }
+  double north(const GeoPosition& p) const { return (p.lat - lat0_) * mPerDegLat_; }
+  double lat0() const { return lat0_; }
+  double lon0() const { return lon0_; }
+
+ private:
+  double lat0_, lon0_, mPerDegLat_, mPerDegLon_;
+};
 
 // "1-101" for region 1, node 101; "101" without a region.
 std::string nodeName(const NodeRef& ref);

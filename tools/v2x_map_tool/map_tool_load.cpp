@@ -60,22 +60,35 @@ bool readDocument(const char* cmd, const std::string& path, std::vector<uint8_t>
   return true;
 }
 
+// A frame from a cloud document (as the service reads it), XER or UPER.
+bool frameOf(const char* cmd, const std::string& path, std::vector<uint8_t>& data, void** handle,
+             std::string* documentText) {
+  if (!looksLikeJson(data)) return decodeFrame(cmd, path, data, looksLikeXml(data), handle);
+  if (v2xapp_GBMapStrInit(handle) != 0) {
+    fail(cmd, "no memory for a frame");
+    return false;
+  }
+  if (readDocument(cmd, path, data, static_cast<MessageFrame_t*>(*handle), documentText)) return true;
+  freeFrame(handle);
+  return false;
+}
+
 }  // namespace
 
 bool loadMap(const char* cmd, const std::string& path, GeoMap& map, std::string* documentText) {
   std::vector<uint8_t> data;
-  if (!readInput(cmd, path, data)) return false;
+  return readInput(cmd, path, data) && loadMapData(cmd, path, data, map, documentText);
+}
+
+bool readAnyFrame(const char* cmd, const std::string& path, void** handle) {
+  std::vector<uint8_t> data;
+  return readInput(cmd, path, data) && frameOf(cmd, path, data, handle, nullptr);
+}
+
+bool loadMapData(const char* cmd, const std::string& path, std::vector<uint8_t>& data, GeoMap& map,
+                 std::string* documentText) {
   void* handle = nullptr;
-  bool ok = false;
-  if (looksLikeJson(data)) {
-    if (v2xapp_GBMapStrInit(&handle) != 0) {
-      fail(cmd, "no memory for a frame");
-      return false;
-    }
-    ok = readDocument(cmd, path, data, static_cast<MessageFrame_t*>(handle), documentText);
-  } else {
-    ok = decodeFrame(cmd, path, data, looksLikeXml(data), &handle);
-  }
+  bool ok = frameOf(cmd, path, data, &handle, documentText);
   if (ok && !mapGeometry(*static_cast<const MessageFrame_t*>(handle), map)) {
     const auto* frame = static_cast<const MessageFrame_t*>(handle);
     fail(cmd, "%s: a %s, not a map", path.c_str(), asn_DEF_MessageFrame.elements[frame->present - 1].name);

@@ -51,7 +51,7 @@ int runMatch(int argc, char** argv) {
   veh.posIsValid = true;
 
   void* frame = nullptr;
-  if (!maptool::readFrame(kName, args[0], &frame)) return maptool::kExitBadInput;
+  if (!maptool::readAnyFrame(kName, args[0], &frame)) return maptool::kExitBadInput;
   MapSearch_t at{};
   const int32_t rc = prepared ? matchPrepared(frame, veh, at) : v2xapp_GBMapMatchLane(&veh, frame, &at);
   int16_t laneId = 0;
@@ -73,8 +73,9 @@ int runMatch(int argc, char** argv) {
 V2X_MAP_TOOL_COMMAND(kName, "find the lane of a map on which a position lies",
                      "usage: v2x_map_tool match [--prepared] FILE LAT LON\n"
                      "\n"
-                     "Reads one map MessageFrame (UPER or XER, detected) from FILE (\"-\" for\n"
-                     "standard input) and matches the position LAT LON (degrees) to its lanes:\n"
+                     "Reads one map from FILE (\"-\" for standard input): a MessageFrame in UPER or\n"
+                     "XER, or a cloud map document read as the service reads it (detected),\n"
+                     "and matches the position LAT LON (degrees) to its lanes:\n"
                      "the first lane, in the map's order, whose centre line passes strictly\n"
                      "within half the lane's width of the position. Prints\n"
                      "\n"

@@ -47,7 +47,7 @@ int runRelative(int argc, char** argv) {
   }
 
   void* frame = nullptr;
-  if (!maptool::readFrame(kName, path, &frame)) return maptool::kExitBadInput;
+  if (!maptool::readAnyFrame(kName, path, &frame)) return maptool::kExitBadInput;
   const auto& map = *static_cast<const MessageFrame_t*>(frame);
   std::vector<uint8_t> before, after, out;
   bool ok = false;
@@ -73,7 +73,8 @@ int runRelative(int argc, char** argv) {
 V2X_MAP_TOOL_COMMAND(kName, "rewrite a map's absolute points as offsets from their nodes",
                      "usage: v2x_map_tool relative FILE -o OUT [--xer]\n"
                      "\n"
-                     "Reads one map MessageFrame (UPER or XER, detected) from FILE (\"-\" for\n"
+                     "Reads one map from FILE (\"-\" for standard input): a MessageFrame in UPER or\n"
+                     "XER, or a cloud map document read as the service reads it (detected). From\n"
                      "standard input), rewrites every absolute link and lane point as the\n"
                      "smallest offset from its node's reference position that holds it (points\n"
                      "more than 0.8388607 degree away stay absolute) and writes the map to OUT\n"

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <set>
 #include <system_error>
 
 #include "Elevation.h"
@@ -24,6 +25,7 @@
 #include "map_conv_mapdown_observer.h"
 #include "map_tool.h"
 #include "map_tool_validate_frame.h"
+#include "map_tool_validate_scan.h"
 #include "v2xapp_gbmap.h"
 #include "v2xpub.h"
 
@@ -94,9 +96,12 @@ bool pathTo(const cJSON* node, const cJSON* target, std::string& path) {
   for (const cJSON* child = node->child; child != nullptr; child = child->next, ++i) {
     size_t mark = path.size();
     if (child->string != nullptr) {
-      path += "." + canonicalKey(child->string);
+      path += '.';
+      path += canonicalKey(child->string);
     } else {
-      path += "[" + std::to_string(i) + "]";
+      path += '[';
+      path += std::to_string(i);
+      path += ']';
     }
     if (pathTo(child, target, path)) return true;
     path.resize(mark);
@@ -109,17 +114,12 @@ bool pathTo(const cJSON* node, const cJSON* target, std::string& path) {
 std::string documentPath(const cJSON* root, const cJSON* target, const char* key) {
   std::string path;
   if (root == nullptr || target == nullptr || !pathTo(root, target, path)) path.clear();
-  if (key != nullptr) path += "." + canonicalKey(key);
+  if (key != nullptr) {
+    path += '.';
+    path += canonicalKey(key);
+  }
   if (path.rfind(".map.", 0) == 0) return path.substr(5);
   return path.empty() ? path : path.substr(1);
-}
-
-std::string printed(const cJSON* item) {
-  char* text = cJSON_PrintUnformatted(item);
-  std::string out = text != nullptr ? text : "";
-  cJSON_free(text);
-  if (out.size() > 60) out = out.substr(0, 57) + "...";
-  return out;
 }
 
 // The range of a message-set type in the document's units.
@@ -220,6 +220,219 @@ bool prepareService() {
   return ready;
 }
 
+// One run of the service's reader over a text.
+struct ReaderRun {
+  int32 result = -1;
+  bool readable = false;
+  std::vector<Collector::Entry> entries;
+  v2xcloud_map_data_t record{};
+  V2XAPP_GBMHANDLE frame = nullptr;
+
+  ReaderRun() = default;
+  ReaderRun(const ReaderRun&) = delete;
+  ReaderRun& operator=(const ReaderRun&) = delete;
+  ~ReaderRun() {
+    if (frame != nullptr) v2xapp_GBMapStrDel(&frame);
+  }
+
+  bool run(const std::string& text) {
+    if (v2xapp_GBMapStrInit(&frame) != 0) return false;
+    record.map = static_cast<MessageFrame*>(frame);
+    std::string copy = text;
+    Collector collector;
+    v2xmapconv::MapDownObserver* before = v2xmapconv::setMapDownObserver(&collector);
+    result = v2xmapconv_MapDownJsonToStruct(copy.data(), &record);
+    v2xmapconv::setMapDownObserver(before);
+    readable = collector.sawDocument();
+    entries = std::move(collector.entries());
+    return true;
+  }
+};
+
+Finding finish(Collector::Entry& e) {
+  Finding f = e.finding;
+  if (e.refused) {
+    f.effect = "document refused";
+    f.reach = kReachRefuses;
+  } else if (!e.dropped.empty()) {
+    f.effect = e.dropped + " dropped with the rest of its list";
+    f.reach = kReachDropsList;
+  } else if (e.ranged) {
+    f.effect = "value kept";
+    f.reach = kReachValueKept;
+  } else {
+    f.effect = "nothing dropped";
+    f.reach = kReachLogged;
+  }
+  f.text = v2xmapconv_GetErrorDesc(f.code);
+  return f;
+}
+
+// The path's steps: keys and "[i]".
+std::vector<std::string> steps(const std::string& path) {
+  std::vector<std::string> out;
+  std::string cur;
+  for (char c : path) {
+    if (c == '.' || c == '[') {
+      if (!cur.empty()) out.push_back(cur);
+      cur.clear();
+      if (c == '[') cur.push_back('[');
+    } else {
+      cur += c;
+    }
+  }
+  if (!cur.empty()) out.push_back(cur);
+  return out;
+}
+
+// The mean of key ("lon" or "lat") over every point of a node's links and
+// lanes: where a node without a usable reference position is drawn.
+double meanOf(const cJSON* node, const char* key) {
+  auto list = [](const cJSON* object, const char* name) {
+    const cJSON* l = cJSON_GetObjectItem(object, name);
+    return cJSON_IsArray(l) ? l : nullptr;
+  };
+  double sum = 0;
+  int n = 0;
+  auto take = [&](const cJSON* points) {
+    const cJSON* p = nullptr;
+    cJSON_ArrayForEach(p, points) {
+      const cJSON* v = cJSON_GetObjectItem(p, key);
+      if (cJSON_IsNumber(v)) sum += v->valuedouble, ++n;
+    }
+  };
+  const cJSON* links = list(node, "inLinks");
+  const cJSON* link = nullptr;
+  cJSON_ArrayForEach(link, links) {
+    take(list(link, "points"));
+    const cJSON* lanes = list(link, "lanes");
+    const cJSON* lane = nullptr;
+    cJSON_ArrayForEach(lane, lanes) take(list(lane, "points"));
+  }
+  return n > 0 ? sum / n : 0.0;
+}
+
+// A value the reader takes without stopping, for the key a fault names
+// (node: the node the path goes through, if any).
+cJSON* placeholder(const std::vector<std::string>& at, const cJSON* node) {
+  const std::string& key = at.back();
+  const bool nodePosition = at.size() == 4 && at[2] == "refPos";
+  if (key == "eTag") return cJSON_CreateString("-");
+  if (key == "refPos") {
+    cJSON* pos = cJSON_CreateObject();
+    cJSON_AddNumberToObject(pos, "lon", meanOf(node, "lon"));
+    cJSON_AddNumberToObject(pos, "lat", meanOf(node, "lat"));
+    return pos;
+  }
+  if (nodePosition && (key == "lon" || key == "lat")) return cJSON_CreateNumber(meanOf(node, key.c_str()));
+  if (key == "upstreamNodeId" || key == "remoteIntersection" || (key == "id" && at.size() == 3)) {
+    return cJSON_Parse(R"({"id":0})");
+  }
+  for (const char* k : {"lon", "lat", "ele", "speed", "type", "linkWidth", "laneId"}) {
+    if (key == k) return cJSON_CreateNumber(0);
+  }
+  return nullptr;
+}
+
+// Puts value in the place of old, under old's key when it has one.
+bool replaceItem(cJSON* parent, cJSON* old, cJSON* value) {
+  if (old->string != nullptr) return cJSON_ReplaceItemInObjectCaseSensitive(parent, old->string, value);
+  return cJSON_ReplaceItemViaPointer(parent, old, value);
+}
+
+// Puts a placeholder where path names a value that stops the reader; false
+// when there is none for it (the map body itself, say).
+bool repairAt(cJSON* root, const std::string& path) {
+  const std::vector<std::string> at = steps(path);
+  const cJSON* node = at.size() >= 2 && at[0] == "nodes"
+                          ? cJSON_GetArrayItem(cJSON_GetObjectItem(cJSON_GetObjectItem(root, "map"), "nodes"),
+                                               std::atoi(at[1].c_str() + 1))
+                          : nullptr;
+  cJSON* value = at.empty() ? nullptr : placeholder(at, node);
+  if (value == nullptr) return false;
+  cJSON* cur = root;
+  std::vector<std::string> walk = at;
+  if (walk.front() == "nodes") walk.insert(walk.begin(), "map");
+  for (size_t i = 0; i + 1 < walk.size(); ++i) {
+    const std::string& s = walk[i];
+    cJSON* next = s[0] == '[' ? cJSON_GetArrayItem(cur, std::atoi(s.c_str() + 1)) : cJSON_GetObjectItem(cur, s.c_str());
+    if (next == nullptr) {
+      cJSON_Delete(value);
+      return false;
+    }
+    if (!cJSON_IsObject(next) && walk[i + 1][0] != '[') {
+      cJSON* object = cJSON_CreateObject();
+      replaceItem(cur, next, object);
+      next = object;
+    }
+    cur = next;
+  }
+  cJSON* old = cJSON_GetObjectItem(cur, walk.back().c_str());
+  if (old != nullptr) return replaceItem(cur, old, value);
+  cJSON_AddItemToObject(cur, walk.back().c_str(), value);
+  return true;
+}
+
+std::string findingKey(const Finding& f) { return f.path + "|" + std::to_string(f.code) + "|" + f.log; }
+
+// Reads the text again and again, each time with the values that stopped the
+// reader replaced by harmless ones, and adds what the service never reaches.
+// The frame of the last run is handed back for the encoder (null when the
+// document could not be read on).
+V2XAPP_GBMHANDLE readPastRefusals(const std::string& text, const std::vector<Collector::Entry>& first,
+                                  std::set<std::string>& seen, Validation& v) {
+  cJSON* copy = cJSON_Parse(text.c_str());
+  if (copy == nullptr) return nullptr;
+  std::vector<Collector::Entry> last = first;
+  std::set<std::string> repaired;
+  V2XAPP_GBMHANDLE frame = nullptr;
+  for (int round = 0; round < 32; ++round) {
+    bool changed = false;
+    for (const Collector::Entry& e : last) {
+      if ((e.refused || !e.dropped.empty()) && repaired.insert(e.finding.path).second) {
+        changed = repairAt(copy, e.finding.path) || changed;
+      }
+    }
+    if (!changed) break;
+    char* mended = cJSON_PrintUnformatted(copy);
+    ReaderRun again;
+    const bool ran = mended != nullptr && again.run(mended);
+    v.mended = mended != nullptr ? mended : "";
+    cJSON_free(mended);
+    if (!ran) break;
+    for (Collector::Entry& e : again.entries) {
+      Finding f = finish(e);
+      if (!seen.insert(findingKey(f)).second) continue;
+      f.effect = "not reached by the service (" + f.effect + " once the faults before it are mended)";
+      f.reach = kReachNotReached;
+      (f.code != 0 || e.refused ? v.findings : v.notes).push_back(f);
+    }
+    last = again.entries;
+    if (frame != nullptr) v2xapp_GBMapStrDel(&frame);
+    frame = nullptr;
+    if (again.result == 0) std::swap(frame, again.frame);
+  }
+  cJSON_Delete(copy);
+  return frame;
+}
+
+void addEncoderFindings(void* frame, bool reached, Validation& v) {
+  for (const EncoderVerdict& verdict : encoderVerdicts(frame)) {
+    if (verdict.ok) break;
+    Finding f;
+    f.path = verdict.path;
+    f.value = verdict.value;
+    f.range = verdict.range;
+    f.code = ERROR_CODE_SET_MAP_CFG;
+    f.text = v2xmapconv_GetErrorDesc(f.code);
+    f.effect =
+        reached ? "map not stored" : "not reached by the service (map not stored once the faults before it are mended)";
+    f.reach = reached ? kReachRefuses : kReachNotReached;
+    f.log = verdict.message;
+    v.findings.push_back(f);
+  }
+}
+
 }  // namespace
 
 Validation validateDocument(const std::string& text) {
@@ -228,176 +441,68 @@ Validation validateDocument(const std::string& text) {
     fail(kName, "cannot prepare the service's configuration");
     return v;
   }
-  V2XAPP_GBMHANDLE frame = nullptr;
-  if (v2xapp_GBMapStrInit(&frame) != 0) {
+  ReaderRun first;
+  if (!first.run(text)) {
     fail(kName, "no memory for a frame");
     return v;
   }
-  v2xcloud_map_data_t record{};
-  record.map = static_cast<MessageFrame*>(frame);
-  std::string copy = text;
-  Collector collector;
-  v2xmapconv::MapDownObserver* before = v2xmapconv::setMapDownObserver(&collector);
-  v.result = v2xmapconv_MapDownJsonToStruct(copy.data(), &record);
-  v2xmapconv::setMapDownObserver(before);
-  v.readable = collector.sawDocument();
-
-  for (Collector::Entry& e : collector.entries()) {
-    Finding& f = e.finding;
-    if (e.refused) {
-      f.effect = "document refused";
-    } else if (!e.dropped.empty()) {
-      f.effect = e.dropped + " dropped with the rest of its list";
-    } else if (e.ranged) {
-      f.effect = "value kept";
-    } else {
-      f.effect = "nothing dropped";
-    }
-    f.text = v2xmapconv_GetErrorDesc(f.code);
-    (f.code != 0 || e.refused ? v.findings : v.notes).push_back(f);
+  v.result = first.result;
+  v.readable = first.readable;
+  v.fileNumber = static_cast<uint8_t>(first.record.mapSlice - 1);
+  Finding f;
+  v.tooLong = oversizeFinding(text, f);
+  if (v.tooLong) v.findings.push_back(f);
+  if (!v.readable) {
+    const TextPosition p = parsePosition(text);
+    Finding bad;
+    bad.value = "not JSON";
+    bad.range = "a JSON object";
+    bad.text = "the text is not JSON: " + positionText(p);
+    bad.effect = "the service reads nothing and sends no acknowledgement";
+    bad.log = "cJSON_Parse Error!";
+    bad.reach = kReachRefuses;
+    v.findings.push_back(bad);
+    return v;
   }
+  cJSON* root = cJSON_Parse(text.c_str());
+  if (sliceFinding(root, v.fileNumber, f)) v.findings.push_back(f);
+  scanKinds(root, v.findings, v.warnings);
+  cJSON_Delete(root);
 
+  const bool sliceFault = !v.findings.empty() && v.findings.back().path == "mapSlice";
+  std::set<std::string> seen;
+  for (Collector::Entry& e : first.entries) {
+    Finding found = finish(e);
+    if (sliceFault && found.path == "mapSlice" && found.code == 0) continue;  // said above
+    seen.insert(findingKey(found));
+    if (v.tooLong) {
+      found.effect = "not reached by the service (the message is too long): " + found.effect;
+      found.reach = kReachNotReached;
+    }
+    (found.code != 0 || e.refused ? v.findings : v.notes).push_back(found);
+  }
   if (v.result == 0) {
-    EncoderVerdict verdict = encoderVerdict(frame);
-    v.stored = verdict.ok;
-    if (!verdict.ok) {
-      // The reception records this when the storage fails.
-      v2xmapconv_SetErrorCode(ERROR_CODE_SET_MAP_CFG);
-      Finding f;
-      f.path = verdict.path;
-      f.value = verdict.value;
-      f.range = verdict.range;
-      f.code = ERROR_CODE_SET_MAP_CFG;
-      f.text = v2xmapconv_GetErrorDesc(f.code);
-      f.effect = "map not stored";
-      f.log = verdict.message;
-      v.findings.push_back(f);
+    const size_t before = v.findings.size();
+    addEncoderFindings(first.frame, !v.tooLong, v);
+    v.stored = v.findings.size() == before && !v.tooLong;
+    // The reception records this when the storage fails.
+    if (v.findings.size() != before) v2xmapconv_SetErrorCode(ERROR_CODE_SET_MAP_CFG);
+  }
+  // The acknowledgement carries the code of this reading; the readings past a
+  // refusal below record their own.
+  const int32 code = v2xmapconv_GetErrorCode();
+  if (v.result != 0 && v.result != MAP_CONV_ETAG_UNCHANGED) {
+    V2XAPP_GBMHANDLE later = readPastRefusals(text, first.entries, seen, v);
+    if (later != nullptr) {
+      addEncoderFindings(later, false, v);
+      v2xapp_GBMapStrDel(&later);
     }
   }
-  if (v.readable) {
-    char ack[512];
-    if (v2xmapconv_MapDownAckBuild(&record, ack, sizeof(ack)) >= 0) v.ack = ack;
-    v.ackRequested = record.ack;
-  }
-  v2xapp_GBMapStrDel(&frame);
+  v2xmapconv_SetErrorCode(code);
+  char ack[512];
+  if (!v.tooLong && v2xmapconv_MapDownAckBuild(&first.record, ack, sizeof(ack)) >= 0) v.ack = ack;
+  v.ackRequested = first.record.ack && !v.tooLong;
   return v;
 }
 
-namespace {
-
-const char* verdictText(const Validation& v) {
-  if (!v.readable) return "not JSON: the service reads nothing and sends no acknowledgement";
-  if (v.result == MAP_CONV_ETAG_UNCHANGED) return "eTag equal to the stored one: nothing converted";
-  if (v.result != 0) return "the service refuses the document";
-  if (!v.stored) return "the service reads the document but cannot store the map";
-  return v.findings.empty() ? "the service stores the map" : "the service stores the map with the faults above";
-}
-
-void printHuman(const std::string& name, const Validation& v) {
-  std::printf("%s: %zu fault%s\n", name.c_str(), v.findings.size(), v.findings.size() == 1 ? "" : "s");
-  auto line = [](const Finding& f) {
-    std::printf("  %s: %s", f.path.empty() ? "(whole map)" : f.path.c_str(), f.value.c_str());
-    if (!f.range.empty()) std::printf(" (allowed: %s)", f.range.c_str());
-    std::printf("\n      ");
-    if (f.code != 0) std::printf("code %d \"%s\"; ", f.code, f.text.c_str());
-    std::printf("%s; logged \"%s\"\n", f.effect.c_str(), f.log.c_str());
-  };
-  for (const Finding& f : v.findings) line(f);
-  if (!v.notes.empty()) std::printf("  logged without a code:\n");
-  for (const Finding& f : v.notes) line(f);
-  std::printf("  verdict    %s\n", verdictText(v));
-  if (v.readable) std::printf("  ack        %s%s\n", v.ack.c_str(), v.ackRequested ? "" : " (not requested)");
-}
-
-cJSON* findingsJson(const std::vector<Finding>& list) {
-  cJSON* array = cJSON_CreateArray();
-  for (const Finding& f : list) {
-    cJSON* o = cJSON_CreateObject();
-    cJSON_AddStringToObject(o, "path", f.path.c_str());
-    cJSON_AddNumberToObject(o, "code", f.code);
-    cJSON_AddStringToObject(o, "text", f.text.c_str());
-    cJSON_AddStringToObject(o, "value", f.value.c_str());
-    cJSON_AddStringToObject(o, "range", f.range.c_str());
-    cJSON_AddStringToObject(o, "effect", f.effect.c_str());
-    cJSON_AddStringToObject(o, "log", f.log.c_str());
-    cJSON_AddItemToArray(array, o);
-  }
-  return array;
-}
-
-void printJson(const std::string& name, const Validation& v) {
-  cJSON* o = cJSON_CreateObject();
-  cJSON_AddStringToObject(o, "document", name.c_str());
-  cJSON_AddBoolToObject(o, "readable", v.readable);
-  cJSON_AddNumberToObject(o, "result", v.result);
-  cJSON_AddBoolToObject(o, "stored", v.stored);
-  cJSON_AddStringToObject(o, "verdict", verdictText(v));
-  cJSON_AddItemToObject(o, "findings", findingsJson(v.findings));
-  cJSON_AddItemToObject(o, "notes", findingsJson(v.notes));
-  cJSON* ack = v.readable ? cJSON_Parse(v.ack.c_str()) : nullptr;
-  cJSON_AddItemToObject(o, "ack", ack != nullptr ? ack : cJSON_CreateNull());
-  cJSON_AddBoolToObject(o, "ackRequested", v.ackRequested);
-  char* text = cJSON_PrintUnformatted(o);
-  std::printf("%s\n", text != nullptr ? text : "{}");
-  cJSON_free(text);
-  cJSON_Delete(o);
-}
-
-int runValidate(int argc, char** argv) {
-  bool json = false;
-  std::vector<const char*> docs;
-  if (!parseArgs(kName, argc, argv, {{"--json", &json}}, docs)) return kExitUsage;
-  if (docs.empty()) {
-    fail(kName, "no document (see --help)");
-    return kExitUsage;
-  }
-  int status = kExitOk;
-  for (const char* doc : docs) {
-    std::vector<uint8_t> data;
-    if (!readInput(kName, doc, data)) {
-      status = kExitUsage;
-      continue;
-    }
-    Validation v = validateDocument(std::string(data.begin(), data.end()));
-    if (json) {
-      printJson(doc, v);
-    } else {
-      printHuman(doc, v);
-    }
-    int docStatus = kExitOk;
-    if (!v.readable) {
-      docStatus = kExitUsage;
-    } else if (!v.findings.empty() || (v.result != 0 && v.result != MAP_CONV_ETAG_UNCHANGED)) {
-      docStatus = kExitBadInput;
-    }
-    status = std::max(status, docStatus);
-  }
-  return status;
-}
-
-}  // namespace
-
 }  // namespace maptool
-
-V2X_MAP_TOOL_COMMAND("validate", "list every fault of cloud map-down JSON documents as the service meets it",
-                     "usage: v2x_map_tool validate [--json] MAP.json...\n"
-                     "\n"
-                     "Reads each map-down document with the service's own reader, then encodes\n"
-                     "the frame the service would store with its encoder, and reports every fault:\n"
-                     "its place in the document (nodes[0].inLinks[1].lanes[2].laneWidth), the value\n"
-                     "found, what the service accepts there, the error code and text the service\n"
-                     "records, and what the service does with it (document refused, list element\n"
-                     "dropped with the rest of its list, value kept). The encoder's verdict comes\n"
-                     "last (code 18, \"Set MAP config error\", with the part it refuses). Then the\n"
-                     "acknowledgement the service sends when the document has \"ack\": true. The\n"
-                     "stored eTag is taken as empty. Problems the service only logs, without a code,\n"
-                     "are listed apart.\n"
-                     "\n"
-                     "--json prints one JSON object per document: findings (path, code, text,\n"
-                     "value, range, effect, log) in the order the reader meets them, notes, ack\n"
-                     "(the acknowledgement object, null for a text that is not JSON), verdict.\n"
-                     "\n"
-                     "Exit status 0 when every document is stored without a fault, 1 when a\n"
-                     "document has faults or is refused, 2 when one cannot be read or is not JSON\n"
-                     "(or for a wrong command line).\n",
-                     maptool::runValidate)

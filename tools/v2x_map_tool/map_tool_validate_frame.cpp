@@ -3,12 +3,17 @@
 // message set's own type descriptions.
 #include "map_tool_validate_frame.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
+#include "BIT_STRING.h"
 #include "MessageFrame.h"
+#include "NativeInteger.h"
+#include "OCTET_STRING.h"
 #include "constr_CHOICE.h"
 #include "constr_SEQUENCE.h"
 #include "constr_SET_OF.h"
@@ -19,8 +24,17 @@
 namespace maptool {
 namespace {
 
+// One step from a part down to one of its members.
+struct Step {
+  void* holder;                     // the structure holding the member
+  const asn_TYPE_member_t* member;  // its description
+  int index;                        // its number in a list, -1 for a named member
+  void* ptr;                        // the member itself
+};
+
 struct Found {
   std::vector<std::string> path;  // member names and "[i]"
+  std::vector<Step> steps;
   const asn_TYPE_descriptor_t* type = nullptr;
   const asn_per_constraints_t* constraints = nullptr;
   const void* ptr = nullptr;
@@ -55,7 +69,10 @@ bool anyMember(const asn_TYPE_descriptor_t* td, const void* sptr, Visit visit) {
   } else if (td->free_struct == SET_OF_free) {
     const asn_anonymous_set_* list = _A_CSET_FROM_VOID(sptr);
     for (int i = 0; i < list->count; ++i) {
-      if (list->array[i] != nullptr && visit(td->elements[0], list->array[i], "[" + std::to_string(i) + "]")) {
+      std::string index(1, '[');
+      index += std::to_string(i);
+      index += ']';
+      if (list->array[i] != nullptr && visit(td->elements[0], list->array[i], index)) {
         return true;
       }
     }
@@ -78,6 +95,8 @@ void narrow(const asn_TYPE_descriptor_t* td, const asn_per_constraints_t* pc, co
   bool deeper = anyMember(td, sptr, [&](const asn_TYPE_member_t& m, const void* memb, const std::string& name) {
     if (encodes(m.type, memb)) return false;
     found.path.push_back(name);
+    found.steps.push_back(
+        {const_cast<void*>(sptr), &m, name[0] == '[' ? std::atoi(name.c_str() + 1) : -1, const_cast<void*>(memb)});
     narrow(m.type, m.per_constraints, memb, found);
     return true;
   });
@@ -150,31 +169,97 @@ std::string valueOf(const asn_TYPE_descriptor_t* td, const asn_per_constraints_t
 
 }  // namespace
 
-EncoderVerdict encoderVerdict(void* frame) {
-  EncoderVerdict v;
-  uint8_t buffer[MAP_CONV_UPER_BUF_SIZE];
-  uint32_t length = sizeof(buffer);
-  if (v2xapp_GBMapUperEncode(frame, buffer, &length) == 0) {
-    v.bytes = length;
-    v.ok = length <= sizeof(buffer);
-    if (!v.ok) {
-      v.value = std::to_string(length) + " bytes";
-      v.range = "at most " + std::to_string(sizeof(buffer)) + " bytes";
-      v.message = "the encoded map does not fit in the storage's buffer";
+namespace {
+
+void freePart(const asn_TYPE_descriptor_t* td, void* ptr) {
+  auto* type = const_cast<asn_TYPE_descriptor_t*>(td);
+  type->free_struct(type, ptr, 0);
+}
+
+// Mends the part the encoder refuses (see encoderVerdicts); false when there
+// is nothing left to drop.
+bool mend(const Found& found) {
+  const asn_TYPE_descriptor_t* td = found.type;
+  const asn_per_constraints_t* pc = found.constraints;
+  void* ptr = const_cast<void*>(found.ptr);
+  if (td != nullptr && pc != nullptr && ptr != nullptr) {
+    const bool sized = (pc->size.flags & asn_per_constraint_s::APC_CONSTRAINED) != 0;
+    if (td->free_struct == NativeInteger_free && (pc->value.flags & asn_per_constraint_s::APC_CONSTRAINED) != 0) {
+      long& value = *static_cast<long*>(ptr);
+      const long mended = std::min(std::max(value, pc->value.lower_bound), pc->value.upper_bound);
+      if (mended != value) {
+        value = mended;
+        return true;
+      }
+    } else if (sized && td->free_struct == SET_OF_free) {
+      auto* list = _A_SET_FROM_VOID(ptr);
+      if (list->count > pc->size.upper_bound) {
+        for (int i = static_cast<int>(pc->size.upper_bound); i < list->count; ++i) {
+          freePart(td->elements[0].type, list->array[i]);
+        }
+        list->count = static_cast<int>(pc->size.upper_bound);
+        return true;
+      }
+    } else if (sized && td->print_struct != BIT_STRING_print && td->free_struct == OCTET_STRING_free) {
+      auto* text = static_cast<OCTET_STRING_t*>(ptr);
+      if (text->size > pc->size.upper_bound) {
+        text->size = static_cast<int>(pc->size.upper_bound);
+        return true;
+      }
     }
-    return v;
   }
-  v.message = v2x_asn_last_error();
-  // The smallest part of the frame that the encoder refuses on its own.
-  V2xAsnGuard lock;
-  Found found;
-  narrow(&asn_DEF_MessageFrame, nullptr, frame, found);
-  v.path = documentPath(found.path);
-  v.value = valueOf(found.type, found.constraints, found.ptr);
-  v.range = range(found.type, found.constraints);
-  // The encoder's words on that part.
-  if (found.type != nullptr && !encodes(found.type, found.ptr)) v.message = v2x_asn_last_error();
-  return v;
+  // Drop the smallest optional part or list element that holds it.
+  for (auto it = found.steps.rbegin(); it != found.steps.rend(); ++it) {
+    const asn_TYPE_member_t& m = *it->member;
+    if (it->index >= 0) {
+      auto* list = _A_SET_FROM_VOID(it->holder);
+      freePart(m.type, list->array[it->index]);
+      for (int i = it->index; i + 1 < list->count; ++i) list->array[i] = list->array[i + 1];
+      list->count--;
+      return true;
+    }
+    if ((m.flags & ATF_POINTER) != 0 && m.optional != 0) {
+      freePart(m.type, it->ptr);
+      *reinterpret_cast<void**>(static_cast<char*>(it->holder) + m.memb_offset) = nullptr;
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+std::vector<EncoderVerdict> encoderVerdicts(void* frame, size_t max) {
+  std::vector<EncoderVerdict> out;
+  for (size_t attempt = 0; attempt < max; ++attempt) {
+    EncoderVerdict v;
+    uint8_t buffer[MAP_CONV_UPER_BUF_SIZE];
+    uint32_t length = sizeof(buffer);
+    if (v2xapp_GBMapUperEncode(frame, buffer, &length) == 0) {
+      v.bytes = length;
+      v.ok = length <= sizeof(buffer);
+      if (!v.ok) {
+        v.value = std::to_string(length) + " bytes";
+        v.range = "at most " + std::to_string(sizeof(buffer)) + " bytes";
+        v.message = "the encoded map does not fit in the storage's buffer";
+      }
+      out.push_back(v);
+      break;
+    }
+    v.message = v2x_asn_last_error();
+    // The smallest part of the frame that the encoder refuses on its own.
+    V2xAsnGuard lock;
+    Found found;
+    narrow(&asn_DEF_MessageFrame, nullptr, frame, found);
+    v.path = documentPath(found.path);
+    v.value = valueOf(found.type, found.constraints, found.ptr);
+    v.range = range(found.type, found.constraints);
+    // The encoder's words on that part.
+    if (found.type != nullptr && !encodes(found.type, found.ptr)) v.message = v2x_asn_last_error();
+    out.push_back(v);
+    if (!mend(found)) break;
+  }
+  return out;
 }
 
 }  // namespace maptool

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace maptool {
 
@@ -17,8 +18,12 @@ struct EncoderVerdict {
 };
 
 // Encodes frame (a MessageFrame with the map choice) as the storage does,
-// into a buffer of the storage's size, and says what fails.
-EncoderVerdict encoderVerdict(void* frame);
+// into a buffer of the storage's size, and says what fails; then mends the
+// part it refuses (a number brought into its range, a list or text cut to its
+// longest, else the smallest optional part or list element around it dropped)
+// and tries again, at most max times. The verdicts in order; the last one is
+// ok when the mended frame encodes. The frame is changed.
+std::vector<EncoderVerdict> encoderVerdicts(void* frame, size_t max = 32);
 
 }  // namespace maptool
 

@@ -3,6 +3,7 @@
 #ifndef V2X_MAP_TOOL_VIEW_H
 #define V2X_MAP_TOOL_VIEW_H
 
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,10 +32,27 @@ struct FaultPlace {
 };
 FaultPlace faultPlace(std::string_view path);
 
+// A line drawn under the map: an element of another version of it (a lane
+// that version removed, the old line of a lane that moved).
+struct PageOverlay {
+  std::vector<GeoPosition> points;
+  double widthM = 3.0;
+  std::string tip;
+};
+
+// The id of a lane's element on the page ("lane-0-1-2": node, link, lane).
+std::string laneElem(size_t n, size_t k, size_t l);
+
 struct PageOptions {
   int width = 1200;  // pixels of the drawing
   int height = 900;
   std::string title;  // shown at the top left, usually the file name
+  // A comparison with another version: lanes of the map marked by element id
+  // ("lane-0-1-2") as "added", "moved" or "changed", the other version's lanes
+  // drawn under it, and the differences listed in the side panel.
+  std::map<std::string, std::string> marks;
+  std::vector<PageOverlay> overlays;
+  std::vector<std::string> differences;
 };
 
 // The page. North is up; metres are equal in both directions (a local plane

@@ -11,34 +11,15 @@
 namespace maptool {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
 constexpr int kMarginPx = 56;            // around the map's extent
 constexpr double kMaxPxPerMetre = 40.0;  // a single point or a tiny map is not blown up further
 constexpr double kDefaultLaneWidthM = 3.0;
 constexpr int kFaultPanelPx = 360;  // left of the drawing, kept clear for the fault list
-
-// Metres east and north of a centre position: a plane tangent to the WGS84
-// ellipsoid there, scaled by its radii of curvature. Over the few kilometres
-// of a map the error stays far below a pixel.
-class Projection {
- public:
-  Projection(double lat0, double lon0) : lat0_(lat0), lon0_(lon0) {
-    constexpr double a = 6378137.0;
-    constexpr double f = 1.0 / 298.257223563;
-    constexpr double e2 = f * (2.0 - f);
-    const double s = std::sin(lat0 * kPi / 180.0);
-    const double w = 1.0 - e2 * s * s;
-    mPerDegLat_ = a * (1.0 - e2) / (w * std::sqrt(w)) * kPi / 180.0;
-    mPerDegLon_ = a / std::sqrt(w) * std::cos(lat0 * kPi / 180.0) * kPi / 180.0;
-  }
-  double east(const GeoPosition& p) const { return (p.lon - lon0_) * mPerDegLon_; }
-  double north(const GeoPosition& p) const { return (p.lat - lat0_) * mPerDegLat_; }
-  double lat0() const { return lat0_; }
-  double lon0() const { return lon0_; }
-
- private:
-  double lat0_, lon0_, mPerDegLat_, mPerDegLon_;
-};
+// Below this many pixels for a usual lane of the map, each intersection is
+// also drawn in an inset of its own, at a scale that shows its lanes.
+constexpr double kMinLanePx = 8.0;
+constexpr double kInsetLanePx = 14.0;
+constexpr int kInsetPx = 220;
 
 // Drawing coordinates are metres with y pointing south, so text stays upright.
 struct Pt {
@@ -85,6 +66,16 @@ constexpr LaneStyle kLaneStyles[] = {
     {"trackedVehicle", "#8d6e63"}, {"parking", "#5c9fd6"},   {nullptr, "#a6a6a6"},  // no lane type
 };
 constexpr const char* kFaultColour = "#d62728";
+// A comparison's colours: what the other version did not have, what it had
+// and this one does not (and the old line of a lane that moved), what changed.
+constexpr const char* kAddedColour = "#00acc1";
+constexpr const char* kRemovedColour = "#8e24aa";
+constexpr const char* kChangedColour = "#ff8f00";
+
+const char* markColour(const std::string& mark) {
+  if (mark == "added") return kAddedColour;
+  return mark == "removed" ? kRemovedColour : kChangedColour;
+}
 
 const LaneStyle& laneStyle(const std::optional<std::string>& type) {
   for (const LaneStyle& s : kLaneStyles) {
@@ -118,9 +109,6 @@ using FaultIndex = std::map<std::string, std::vector<const MapFault*>>;
 
 std::string nodeElem(size_t n) { return "node-" + std::to_string(n); }
 std::string linkElem(size_t n, size_t k) { return "link-" + std::to_string(n) + "-" + std::to_string(k); }
-std::string laneElem(size_t n, size_t k, size_t l) {
-  return "lane-" + std::to_string(n) + "-" + std::to_string(k) + "-" + std::to_string(l);
-}
 std::string pointElem(const std::string& owner, size_t m) {
   return "point" + owner.substr(owner.find('-')) + "-" + std::to_string(m);
 }
@@ -154,6 +142,14 @@ std::string faultElem(const GeoMap& map, const MapFault& f) {
   return drawn(lane.points) ? laneElem(n, k, l) : linkId;
 }
 
+std::vector<Pt> validPts(const Projection& pr, const std::vector<GeoPosition>& pts) {
+  std::vector<Pt> out;
+  for (const GeoPosition& p : pts) {
+    if (p.valid) out.push_back(toPt(pr, p));
+  }
+  return out;
+}
+
 class Page {
  public:
   Page(const GeoMap& map, const std::vector<MapFault>& faults, const PageOptions& opt)
@@ -174,6 +170,7 @@ class Page {
   void drawNode(size_t n);
   int lanePointsIn(double x0, double y0, double x1, double y1) const;
   void drawPointFaults(const std::string& owner, const std::vector<GeoPosition>& pts, double radius);
+  std::string insets() const;
   std::string legend() const;
   std::string faultList() const;
 
@@ -185,6 +182,8 @@ class Page {
   double scale_ = 1.0;          // pixels per metre of the initial view
   double left_ = 0.0;           // pixels at the left kept clear of the map
   double cx_ = 0.0, cy_ = 0.0;  // pixel of the projection's centre
+  size_t insets_ = 0;           // intersections drawn in insets of their own
+  double insetScale_ = 1.0;     // their pixels per metre
   bool empty_ = true;
   std::string lanes_, marks_, links_, arrows_, nodes_;
 };
@@ -206,7 +205,10 @@ void Page::fit() {
       }
     }
   }
-  left_ = faults_.empty() ? 0.0 : kFaultPanelPx;
+  for (const PageOverlay& o : opt_.overlays) {
+    for (const GeoPosition& p : o.points) take(p);
+  }
+  left_ = faults_.empty() && opt_.differences.empty() ? 0.0 : kFaultPanelPx;
   cx_ = left_ + (opt_.width - left_) / 2.0;
   cy_ = opt_.height / 2.0;
   if (empty_) return;
@@ -214,9 +216,72 @@ void Page::fit() {
   const GeoPosition lo{true, minLon, minLat, {}}, hi{true, maxLon, maxLat, {}};
   const double ex = std::max(proj_.east(hi) - proj_.east(lo), 1.0);
   const double ey = std::max(proj_.north(hi) - proj_.north(lo), 1.0);
-  scale_ = std::min({std::max(opt_.width - left_ - 2.0 * kMarginPx, 100.0) / ex, (opt_.height - 2.0 * kMarginPx) / ey,
-                     kMaxPxPerMetre});
-  scale_ = std::max(scale_, 1e-6);
+  auto fitTo = [&](double top) {
+    cy_ = top + (opt_.height - top) / 2.0;
+    scale_ = std::min({std::max(opt_.width - left_ - 2.0 * kMarginPx, 100.0) / ex,
+                       std::max(opt_.height - top - 2.0 * kMarginPx, 50.0) / ey, kMaxPxPerMetre});
+    scale_ = std::max(scale_, 1e-6);
+  };
+  fitTo(0.0);
+  // The usual lane width: the median of the map's lanes.
+  std::vector<double> widths;
+  size_t placed = 0;
+  for (const GeoNode& node : map_.nodes) {
+    placed += node.refPos.valid ? 1 : 0;
+    for (const GeoLink& link : node.links) {
+      for (const GeoLane& lane : link.lanes) widths.push_back(laneWidth(lane));
+    }
+  }
+  if (widths.empty() || placed < 2) return;
+  std::nth_element(widths.begin(), widths.begin() + static_cast<std::ptrdiff_t>(widths.size() / 2), widths.end());
+  const double usual = widths[widths.size() / 2];
+  if (scale_ * usual >= kMinLanePx) return;
+  // A row of insets at the top, the whole map below it.
+  insets_ = std::min(placed, static_cast<size_t>((opt_.width - left_ - 60) / (kInsetPx + 8)));
+  insetScale_ = kInsetLanePx / usual;
+  fitTo(kInsetPx + 48.0);
+}
+
+// Each intersection at a scale that shows its lanes, in a row at the top:
+// the world's lanes, links and arrows again, in a window around the node.
+std::string Page::insets() const {
+  std::string out;
+  size_t drawnInsets = 0;
+  for (size_t n = 0; n < map_.nodes.size() && drawnInsets < insets_; ++n) {
+    const GeoNode& node = map_.nodes[n];
+    if (!node.refPos.valid) continue;
+    // Around the stop ends of the node's lanes (the node itself when none),
+    // all of them in the window as far as the scale allows.
+    std::vector<Pt> ends;
+    for (const GeoLink& link : node.links) {
+      for (const GeoLane& lane : link.lanes) {
+        const std::vector<Pt> pts = validPts(proj_, lane.points);
+        if (!pts.empty()) ends.push_back(pts.back());
+      }
+    }
+    if (ends.empty()) ends.push_back(toPt(proj_, node.refPos));
+    Pt c{0, 0};
+    for (const Pt& e : ends)
+      c.x += e.x / static_cast<double>(ends.size()), c.y += e.y / static_cast<double>(ends.size());
+    double reach = 0;
+    for (const Pt& e : ends) reach = std::max({reach, std::fabs(e.x - c.x), std::fabs(e.y - c.y)});
+    const double scale = std::max(std::min(insetScale_, kInsetPx / 2.0 / (reach + 12.0)), scale_);
+    const double half = kInsetPx / 2.0 / scale;
+    const double x = left_ + 8.0 + static_cast<double>(drawnInsets++) * (kInsetPx + 8), y = 40.0;
+    std::string content = lanes_ + links_ + arrows_;
+    for (size_t at = content.find(" id=\""); at != std::string::npos; at = content.find(" id=\"", at)) {
+      content.replace(at, 5, " data-of=\"");
+    }
+    out += "<rect class=\"inset-frame\" x=\"" + num(x) + "\" y=\"" + num(y) + "\" width=\"" + std::to_string(kInsetPx) +
+           "\" height=\"" + std::to_string(kInsetPx) + "\"/>\n";
+    out += "<svg class=\"inset\" x=\"" + num(x) + "\" y=\"" + num(y) + "\" width=\"" + std::to_string(kInsetPx) +
+           "\" height=\"" + std::to_string(kInsetPx) + "\" viewBox=\"" + num(c.x - half) + " " + num(c.y - half) + " " +
+           num(2 * half) + " " + num(2 * half) + "\" data-e0=\"" + num(c.x - half) + "\" data-s0=\"" + num(c.y - half) +
+           "\" data-inset-px-per-m=\"" + num(scale) + "\">\n" + content + "</svg>\n";
+    out += "<text class=\"inset-name\" x=\"" + num(x + 4) + "\" y=\"" + num(y + 14) + "\">" +
+           esc((node.name ? *node.name + " " : "") + "(" + nodeName(node.id) + ")") + "</text>\n";
+  }
+  return out;
 }
 
 std::string Page::tipFaults(const std::string& elem, std::string tip) const {
@@ -231,15 +296,10 @@ std::string Page::polyline(const std::vector<GeoPosition>& pts) const {
   for (const GeoPosition& p : pts) {
     if (!p.valid) continue;
     const Pt q = toPt(proj_, p);
-    out += (out.empty() ? "" : " ") + num(q.x) + "," + num(q.y);
-  }
-  return out;
-}
-
-std::vector<Pt> validPts(const Projection& pr, const std::vector<GeoPosition>& pts) {
-  std::vector<Pt> out;
-  for (const GeoPosition& p : pts) {
-    if (p.valid) out.push_back(toPt(pr, p));
+    if (!out.empty()) out += ' ';
+    out += num(q.x);
+    out += ',';
+    out += num(q.y);
   }
   return out;
 }
@@ -272,7 +332,11 @@ void Page::drawLane(size_t n, size_t k, size_t l) {
   drawPointFaults(id, lane.points, width / 2);
   const std::vector<Pt> pts = validPts(proj_, lane.points);
   if (pts.size() < 2) return;
-  const char* colour = faulted(id) ? kFaultColour : laneStyle(lane.type).colour;
+  const auto mark = opt_.marks.find(id);
+  const char* colour = faulted(id)                ? kFaultColour
+                       : mark != opt_.marks.end() ? markColour(mark->second)
+                                                  : laneStyle(lane.type).colour;
+  if (mark != opt_.marks.end()) tip += "\n" + mark->second + " since the other version";
   const std::string line = polyline(lane.points);
   lanes_ += "<polyline class=\"lane" + std::string(faulted(id) ? " fault" : "") + "\" id=\"" + id + "\" points=\"" +
             line + "\" stroke=\"" + colour + "\" stroke-width=\"" + num(width) + "\" data-tip=\"" +
@@ -378,33 +442,45 @@ void Page::drawNode(size_t n) {
   tip += "\n" + std::to_string(node.links.size()) + " incoming link(s)\npath: nodes[" + std::to_string(n) + "]";
   const double r = 5.0 / scale_;
   const double font = 13.0 / scale_;
-  bool anchorEnd = false;
   const std::string label = (node.name ? *node.name + " " : "") + "(" + nodeName(node.id) + ")";
-  // The label goes beside the node where it covers the fewest lanes, first
-  // towards the middle of the drawing so that it is not cut at the edge.
+  // The label goes beside the node where it covers the fewest lanes: the
+  // corners first (towards the middle of the drawing, so that it is not cut
+  // at the edge), then above, below and to the sides, each ever farther out
+  // until a place clear of the lanes is found. A leader line joins a label
+  // set apart to its node.
   const double textW = 0.6 * font * static_cast<double>(label.size()), gap = 1.6 * r;
   const bool towardsLeft = q.x > 0;
-  double dx = 0, dy = 0;
+  double dx = 0, dy = 0, chosenReach = 1.0;
   int best = -1;
-  for (int c = 0; c < 4; c++) {
-    const bool left = towardsLeft != (c >= 2), up = c % 2 == 0;
-    const double x0 = left ? q.x - gap - textW : q.x + gap, y0 = up ? q.y - gap - font : q.y + gap;
-    // Cut at the edge of the initial view counts as much as covering a lane.
-    const bool cut = x0 < (left_ - cx_) / scale_ || x0 + textW > (opt_.width - cx_) / scale_ || y0 < -cy_ / scale_ ||
-                     y0 + font > (opt_.height - cy_) / scale_;
-    const int hits = lanePointsIn(x0, y0, x0 + textW, y0 + font) + (cut ? 1000 : 0);
-    if (best < 0 || hits < best) {
-      best = hits;
-      dx = left ? -gap : gap;
-      dy = up ? -gap - 0.2 * font : gap + 0.8 * font;
-      anchorEnd = left;
+  for (double reach : {1.0, 3.0, 6.0, 10.0}) {
+    for (int c = 0; c < 8 && best != 0; c++) {
+      // 0-3: corners; 4, 5: above and below, centred; 6, 7: level, to the sides.
+      const bool left = c < 4 ? towardsLeft != (c >= 2) : c == 6;
+      const int vertical = c < 4 ? (c % 2 == 0 ? -1 : 1) : (c == 4 ? -1 : c == 5 ? 1 : 0);
+      const double g = gap * reach;
+      const double x0 = c == 4 || c == 5 ? q.x - textW / 2 : left ? q.x - g - textW : q.x + g;
+      const double y0 = vertical < 0 ? q.y - g - font : vertical > 0 ? q.y + g : q.y - font / 2;
+      // Cut at the edge of the initial view counts as much as covering a lane.
+      const bool cut = x0 < (left_ - cx_) / scale_ || x0 + textW > (opt_.width - cx_) / scale_ || y0 < -cy_ / scale_ ||
+                       y0 + font > (opt_.height - cy_) / scale_;
+      const int hits = lanePointsIn(x0, y0, x0 + textW, y0 + font) + (cut ? 1000 : 0);
+      if (best < 0 || hits < best) {
+        best = hits;
+        chosenReach = reach;
+        dx = x0 - q.x;
+        dy = y0 + 0.8 * font - q.y;
+      }
     }
   }
+  std::string leader;
+  if (chosenReach > 1.0) {
+    leader = "<line class=\"leader\" x1=\"" + num(q.x) + "\" y1=\"" + num(q.y) + "\" x2=\"" +
+             num(q.x + dx + textW / 2) + "\" y2=\"" + num(q.y + dy - 0.3 * font) + "\"/>";
+  }
   nodes_ += "<g class=\"node" + std::string(faulted(id) ? " fault" : "") + "\" id=\"" + id + "\" data-tip=\"" +
-            esc(tipFaults(id, tip)) + "\"><circle cx=\"" + num(q.x) + "\" cy=\"" + num(q.y) + "\" r=\"" + num(r) +
-            "\"/><text x=\"" + num(q.x + dx) + "\" y=\"" + num(q.y + dy) + "\" font-size=\"" + num(font) +
-            "\" stroke-width=\"" + num(3.0 / scale_) + "\"" + (anchorEnd ? " text-anchor=\"end\"" : "") + ">" +
-            esc(label) + "</text></g>\n";
+            esc(tipFaults(id, tip)) + "\">" + leader + "<circle cx=\"" + num(q.x) + "\" cy=\"" + num(q.y) + "\" r=\"" +
+            num(r) + "\"/><text x=\"" + num(q.x + dx) + "\" y=\"" + num(q.y + dy) + "\" font-size=\"" + num(font) +
+            "\" stroke-width=\"" + num(3.0 / scale_) + "\">" + esc(label) + "</text></g>\n";
 }
 
 // How much of the lanes lies in a box of the drawing: samples every few pixels
@@ -452,16 +528,33 @@ std::string Page::legend() const {
   }
   out += "<div><i class=\"sw-conn\"></i>connection</div><div><i class=\"sw-stop\"></i>stop end</div>";
   if (!faults_.empty()) out += "<div><i style=\"background:" + std::string(kFaultColour) + "\"></i>fault</div>";
+  if (!opt_.marks.empty() || !opt_.overlays.empty()) {
+    for (const char* m : {"added", "removed", "changed"}) {
+      out += "<div><i style=\"background:" + std::string(markColour(m)) + "\"></i>" + m + "</div>";
+    }
+  }
   return out + "</div>\n";
 }
 
 std::string Page::faultList() const {
+  if (!opt_.differences.empty()) {
+    std::string out =
+        "<div id=\"faults\" class=\"diff\"><b>" + std::to_string(opt_.differences.size()) + " difference(s)</b><ul>";
+    for (const std::string& d : opt_.differences) out += "<li>" + esc(d) + "</li>";
+    return out + "</ul></div>\n";
+  }
   if (faults_.empty()) return "";
   std::string out = "<div id=\"faults\"><b>" + std::to_string(faults_.size()) + " fault(s)</b><ul>";
   for (const MapFault& f : faults_) {
     const std::string elem = faultElem(map_, f);
-    out += "<li" + (elem.empty() ? std::string() : " data-target=\"" + elem + "\"") + "><code>" + esc(f.path) +
-           "</code> " + esc(f.text) + (elem.empty() ? " <em>(not on the drawing)</em>" : "") + "</li>";
+    // A path breaks only before its steps, never inside a name.
+    std::string path;
+    for (char c : esc(f.path)) {
+      if (c == '.' || c == '[') path += "<wbr>";
+      path += c;
+    }
+    out += "<li" + (elem.empty() ? std::string() : " data-target=\"" + elem + "\"") + "><code>" + path + "</code> " +
+           esc(f.text) + (elem.empty() ? " <em>(not on the drawing)</em>" : "") + "</li>";
   }
   return out + "</ul></div>\n";
 }
@@ -482,18 +575,22 @@ svg{display:block}
 .point.fault{fill:#d62728;fill-opacity:.55;stroke:#d62728;stroke-width:2;vector-effect:non-scaling-stroke}
 .node circle{fill:#fff;stroke:#222;stroke-width:2;vector-effect:non-scaling-stroke}
 .node.fault circle{fill:#d62728;stroke:#d62728}
+.leader{stroke:#222;stroke-width:1;vector-effect:non-scaling-stroke}
 .node text{fill:#222;stroke:#f5f3ee;paint-order:stroke;font-family:sans-serif}
 .node.fault text{fill:#d62728}
 .hl{stroke:#ff9800!important;fill-opacity:.9}
 #title{position:fixed;left:8px;top:6px;font-weight:bold;background:#f5f3eecc;padding:2px 6px}
 #faults{position:fixed;left:8px;top:32px;width:320px;max-height:calc(100% - 110px);overflow:auto;background:#fff;
   border:1px solid #d62728;padding:4px 8px;color:#d62728}
-#faults ul{margin:2px 0;padding-left:16px;overflow-wrap:anywhere}#faults code{color:#222}#faults li{cursor:default}
+#faults.diff{border-color:#555;color:#222}
+#faults ul{margin:2px 0;padding-left:16px;overflow-wrap:break-word}#faults code{word-break:keep-all}#faults code{color:#222}#faults li{cursor:default}
 #legend{position:fixed;right:8px;bottom:8px;background:#fffe;border:1px solid #bbb;padding:4px 8px}
 #legend i{display:inline-block;width:18px;height:9px;margin-right:6px;vertical-align:middle}
 #legend .sw-conn{height:0;border-top:2px solid #1565c0}#legend .sw-stop{width:3px;background:#111;margin:0 13px 0 8px}
 #tip{position:fixed;background:#fff;border:1px solid #555;padding:4px 7px;white-space:pre;pointer-events:none;
   box-shadow:1px 1px 4px #0004;z-index:2}
+.inset-frame{fill:#f5f3ee;stroke:#555;stroke-width:1}
+.inset-name{font:12px sans-serif;fill:#222;stroke:#f5f3ee;stroke-width:3px;paint-order:stroke}
 #bar text,#north text{font:12px sans-serif;fill:#222}
 )";
 
@@ -533,6 +630,11 @@ apply();
 )";
 
 std::string Page::html() {
+  for (const PageOverlay& o : opt_.overlays) {
+    if (!drawn(o.points)) continue;
+    lanes_ += "<polyline class=\"lane removed\" points=\"" + polyline(o.points) + "\" stroke=\"" + kRemovedColour +
+              "\" stroke-width=\"" + num(o.widthM) + "\" data-tip=\"" + esc(o.tip) + "\"/>\n";
+  }
   for (size_t n = 0; n < map_.nodes.size(); n++) {
     for (size_t k = 0; k < map_.nodes[n].links.size(); k++) {
       for (size_t l = 0; l < map_.nodes[n].links[k].lanes.size(); l++) drawLane(n, k, l);
@@ -564,6 +666,7 @@ std::string Page::html() {
     out += "<text x=\"" + std::to_string(w / 2) + "\" y=\"" + std::to_string(h / 2) +
            "\" text-anchor=\"middle\" font-size=\"16\">no positions to draw</text>\n";
   }
+  out += insets();
   // Scale bar (drawn by the script) and north arrow, in pixels.
   out += "<g id=\"bar\" transform=\"translate(20 " + std::to_string(h - 24) +
          ")\"><polyline id=\"bar-line\" fill=\"none\" stroke=\"#222\" stroke-width=\"2\" points=\"\"/>"
@@ -578,6 +681,10 @@ std::string Page::html() {
 }
 
 }  // namespace
+
+std::string laneElem(size_t n, size_t k, size_t l) {
+  return "lane-" + std::to_string(n) + "-" + std::to_string(k) + "-" + std::to_string(l);
+}
 
 FaultPlace faultPlace(std::string_view path) {
   FaultPlace place;
