@@ -105,7 +105,7 @@ int32_t connectionAt(const Lane_t* lane, int32_t index, const Connection_t*& con
 }
 
 void logResult(int32_t ret) {
-  if (ret == -2) V2XLOG(&g_curTag, 2, "null handle or output");
+  if (ret == -2) GBLOG(&g_curTag, 2, "null handle or output");
 }
 
 }  // namespace
@@ -123,7 +123,7 @@ int32_t v2xapp_GBMapGetNodesCnt(V2XAPP_GBMHANDLE mapHandle, uint32_t* pCnt) {
   int32_t ret = -2;
   const MapData_t* map = gbmap::mapOf(mapHandle);
   if (map == nullptr || pCnt == nullptr) {
-    V2XLOG(&g_curTag, 2, "null map or output, or not a map frame");
+    GBLOG(&g_curTag, 2, "null map or output, or not a map frame");
   } else {
     *pCnt = static_cast<uint32_t>(map->nodes.list.count);
     ret = 0;
@@ -137,11 +137,11 @@ int32_t v2xapp_GBMapGetNodeByIndex(V2XAPP_GBMHANDLE mapHandle, uint32_t index, V
   int32_t ret = -2;
   const MapData_t* map = gbmap::mapOf(mapHandle);
   if (map == nullptr || p_nodeHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null map or output, or not a map frame");
+    GBLOG(&g_curTag, 2, "null map or output, or not a map frame");
   } else {
     *p_nodeHandle = elementAt(map->nodes.list, index);
     ret = *p_nodeHandle != nullptr ? 0 : -3;
-    if (ret != 0) V2XLOG(&g_curTag, 3, "no node %u", index);
+    if (ret != 0) GBLOG(&g_curTag, 3, "no node %u", index);
   }
   GMAP_END("v2xapp_GBMapSetTimStamp", ret);
   return ret;
@@ -182,11 +182,11 @@ int32_t v2xapp_GBMapNodeGetLinkByIndex(V2XAPP_GBMHANDLE mapNodeHandle, uint32_t 
   int32_t ret = -2;
   const auto* node = static_cast<const Node_t*>(mapNodeHandle);
   if (node == nullptr || p_linkHandle == nullptr || node->inLinks == nullptr) {
-    V2XLOG(&g_curTag, 2, "null node or output, or the node has no links");
+    GBLOG(&g_curTag, 2, "null node or output, or the node has no links");
   } else {
     *p_linkHandle = elementAt(node->inLinks->list, index);
     ret = *p_linkHandle != nullptr ? 0 : -3;
-    if (ret != 0) V2XLOG(&g_curTag, 3, "no link %u", index);
+    if (ret != 0) GBLOG(&g_curTag, 3, "no link %u", index);
   }
   GMAP_END("v2xapp_GBMapGetNodeLinkByIndex", ret);
   return ret;
@@ -222,7 +222,7 @@ int32_t v2xapp_GBMapLinkGetSpeedLimitByIndex(V2XAPP_GBMHANDLE mapLinkHandle, uin
 /* Matched family: nodes. */
 
 int32_t v2xapp_GBMapGetNodeCount(V2XAPP_GBMHANDLE mapHandle, int16_t* nodeCnt) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const MapData_t* map = gbmap::mapOf(mapHandle);
   if (map != nullptr && nodeCnt != nullptr) {
@@ -230,12 +230,12 @@ int32_t v2xapp_GBMapGetNodeCount(V2XAPP_GBMHANDLE mapHandle, int16_t* nodeCnt) {
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetNodeName(V2XAPP_GBMHANDLE nodeHandle, bool* has_name, char* nodeName) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* node = static_cast<const Node_t*>(nodeHandle);
   if (node != nullptr && has_name != nullptr && nodeName != nullptr) {
@@ -243,12 +243,12 @@ int32_t v2xapp_GBMapGetNodeName(V2XAPP_GBMHANDLE nodeHandle, bool* has_name, cha
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetNodeReginId(V2XAPP_GBMHANDLE nodeHandle, bool* has_regin, uint16_t* regin, uint16_t* id) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* node = static_cast<const Node_t*>(nodeHandle);
   if (node != nullptr && has_regin != nullptr && regin != nullptr && id != nullptr) {
@@ -258,12 +258,12 @@ int32_t v2xapp_GBMapGetNodeReginId(V2XAPP_GBMHANDLE nodeHandle, bool* has_regin,
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetNodePos3d(V2XAPP_GBMHANDLE nodeHandle, int32_t* lon, int32_t* lat, bool* has_ele, int32_t* ele) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* node = static_cast<const Node_t*>(nodeHandle);
   if (node != nullptr && lon != nullptr && lat != nullptr && has_ele != nullptr && ele != nullptr) {
@@ -274,12 +274,12 @@ int32_t v2xapp_GBMapGetNodePos3d(V2XAPP_GBMHANDLE nodeHandle, int32_t* lon, int3
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkCountInMatchedNode(V2XAPP_GBMHANDLE nodeHandle, int16_t* linkCnt) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* node = static_cast<const Node_t*>(nodeHandle);
   if (node != nullptr && linkCnt != nullptr) {
@@ -287,14 +287,14 @@ int32_t v2xapp_GBMapGetLinkCountInMatchedNode(V2XAPP_GBMHANDLE nodeHandle, int16
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 /* Matched family: links. */
 
 int32_t v2xapp_GBMapGetLinkName(V2XAPP_GBMHANDLE linkHandle, bool* has_name, char* Name) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && has_name != nullptr && Name != nullptr) {
@@ -302,12 +302,12 @@ int32_t v2xapp_GBMapGetLinkName(V2XAPP_GBMHANDLE linkHandle, bool* has_name, cha
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkReginId(V2XAPP_GBMHANDLE linkHandle, bool* has_regin, uint16_t* regin, uint16_t* id) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && has_regin != nullptr && regin != nullptr && id != nullptr) {
@@ -317,12 +317,12 @@ int32_t v2xapp_GBMapGetLinkReginId(V2XAPP_GBMHANDLE linkHandle, bool* has_regin,
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkSpeedLimitsCount(V2XAPP_GBMHANDLE linkHandle, uint8_t* speedLimitCnt) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && speedLimitCnt != nullptr) {
@@ -330,13 +330,13 @@ int32_t v2xapp_GBMapGetLinkSpeedLimitsCount(V2XAPP_GBMHANDLE linkHandle, uint8_t
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkSpeedLimits(V2XAPP_GBMHANDLE linkHandle, int32_t index, int16_t* limitType,
                                        int16_t* limitValue) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && limitType != nullptr && limitValue != nullptr && link->speedLimits != nullptr) {
@@ -348,13 +348,13 @@ int32_t v2xapp_GBMapGetLinkSpeedLimits(V2XAPP_GBMHANDLE linkHandle, int32_t inde
       ret = 0;
     }
   }
-  if (ret == -2) V2XLOG(&g_curTag, 2, "null handle or output, or the link has no speed limits");
-  V2XLOG_END(&g_curTag, ret);
+  if (ret == -2) GBLOG(&g_curTag, 2, "null handle or output, or the link has no speed limits");
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkWidth(V2XAPP_GBMHANDLE linkHandle, bool* has_linkWidth, int16_t* linkWidth) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && has_linkWidth != nullptr && linkWidth != nullptr) {
@@ -363,12 +363,12 @@ int32_t v2xapp_GBMapGetLinkWidth(V2XAPP_GBMHANDLE linkHandle, bool* has_linkWidt
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLaneCountInMatchedLink(V2XAPP_GBMHANDLE linkHandle, int32_t* laneCnt) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && laneCnt != nullptr) {
@@ -376,12 +376,12 @@ int32_t v2xapp_GBMapGetLaneCountInMatchedLink(V2XAPP_GBMHANDLE linkHandle, int32
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkPointsNumber(V2XAPP_GBMHANDLE linkHandle, int32_t* pointsNumer) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && pointsNumer != nullptr) {
@@ -389,23 +389,23 @@ int32_t v2xapp_GBMapGetLinkPointsNumber(V2XAPP_GBMHANDLE linkHandle, int32_t* po
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapLinkGetPointByIndex(V2XAPP_GBMHANDLE linkHandle, uint32_t index,
                                         v2xapp_gbMsg_PosStr_t* p_linkpoint) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && p_linkpoint != nullptr) ret = pointAt(link->points, index, *p_linkpoint);
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLinkMovementsNumber(V2XAPP_GBMHANDLE linkHandle, int8_t* movementsNumer) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && movementsNumer != nullptr) {
@@ -413,13 +413,13 @@ int32_t v2xapp_GBMapGetLinkMovementsNumber(V2XAPP_GBMHANDLE linkHandle, int8_t* 
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(V2XAPP_GBMHANDLE linkHandle, int32_t index, bool* has_phaseid,
                                                    uint8_t* phaseId) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   const Movement_t* movement = nullptr;
@@ -429,13 +429,13 @@ int32_t v2xapp_GBMapLinkGetMovementsPhaseIdByIndex(V2XAPP_GBMHANDLE linkHandle, 
     if (*has_phaseid) *phaseId = static_cast<uint8_t>(*movement->phaseId);
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapLinkGetMovementsRegionIdByIndex(V2XAPP_GBMHANDLE linkHandle, int32_t index, bool* has_region,
                                                     uint16_t* region, uint16_t* id) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   const Movement_t* movement = nullptr;
@@ -448,12 +448,12 @@ int32_t v2xapp_GBMapLinkGetMovementsRegionIdByIndex(V2XAPP_GBMHANDLE linkHandle,
     *id = static_cast<uint16_t>(movement->remoteIntersection.id);
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapLinkGetLaneByIndex(V2XAPP_GBMHANDLE linkHandle, uint32_t index, V2XAPP_GBMHANDLE* p_laneHandle) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* link = static_cast<const Link_t*>(linkHandle);
   if (link != nullptr && p_laneHandle != nullptr) {
@@ -461,14 +461,14 @@ int32_t v2xapp_GBMapLinkGetLaneByIndex(V2XAPP_GBMHANDLE linkHandle, uint32_t ind
     ret = *p_laneHandle != nullptr ? 0 : -3;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 /* Matched family: lanes. */
 
 int32_t v2xapp_GBMapGetLaneId(V2XAPP_GBMHANDLE laneHandle, int16_t* laneID) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && laneID != nullptr) {
@@ -476,12 +476,12 @@ int32_t v2xapp_GBMapGetLaneId(V2XAPP_GBMHANDLE laneHandle, int16_t* laneID) {
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLaneWidth(V2XAPP_GBMHANDLE laneHandle, bool* has_laneWidth, int16_t* laneWidth) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && has_laneWidth != nullptr && laneWidth != nullptr) {
@@ -490,12 +490,12 @@ int32_t v2xapp_GBMapGetLaneWidth(V2XAPP_GBMHANDLE laneHandle, bool* has_laneWidt
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLaneSpeedLimitsCount(V2XAPP_GBMHANDLE laneHandle, uint8_t* speedLimitCnt) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && speedLimitCnt != nullptr) {
@@ -503,13 +503,13 @@ int32_t v2xapp_GBMapGetLaneSpeedLimitsCount(V2XAPP_GBMHANDLE laneHandle, uint8_t
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLaneSpeedLimits(V2XAPP_GBMHANDLE laneHandle, int32_t index, int8_t* limitType,
                                        int16_t* limitValue) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && limitType != nullptr && limitValue != nullptr) {
@@ -522,13 +522,13 @@ int32_t v2xapp_GBMapGetLaneSpeedLimits(V2XAPP_GBMHANDLE laneHandle, int32_t inde
     }
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLaneAttrs(V2XAPP_GBMHANDLE laneHandle, bool* has_attr, uint16_t* type, uint16_t* typeValueBit,
                                  bool* has_laneShare, uint16_t* laneShareBit10) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane != nullptr && has_attr != nullptr && type != nullptr && typeValueBit != nullptr &&
@@ -549,12 +549,12 @@ int32_t v2xapp_GBMapGetLaneAttrs(V2XAPP_GBMHANDLE laneHandle, bool* has_attr, ui
     }
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetLanePointsNumber(V2XAPP_GBMHANDLE laneHandle, int32_t* pointsNumer) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && pointsNumer != nullptr) {
@@ -562,23 +562,23 @@ int32_t v2xapp_GBMapGetLanePointsNumber(V2XAPP_GBMHANDLE laneHandle, int32_t* po
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapLaneGetPointByIndex(V2XAPP_GBMHANDLE laneHandle, uint32_t index,
                                         v2xapp_gbMsg_PosStr_t* p_lanepoint) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && p_lanepoint != nullptr) ret = pointAt(lane->points, index, *p_lanepoint);
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetConnectToAllowedManeuvers(V2XAPP_GBMHANDLE laneHandle, uint16_t* allowedManeuvers) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && allowedManeuvers != nullptr) {
@@ -586,14 +586,14 @@ int32_t v2xapp_GBMapGetConnectToAllowedManeuvers(V2XAPP_GBMHANDLE laneHandle, ui
     if (ret == 0) *allowedManeuvers = static_cast<uint16_t>(bitsValue(lane->maneuvers));
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 /* Matched family: connections. */
 
 int32_t v2xapp_GBMapGetConnectToCount(V2XAPP_GBMHANDLE laneHandle, uint8_t* count) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   if (lane != nullptr && count != nullptr) {
@@ -601,13 +601,13 @@ int32_t v2xapp_GBMapGetConnectToCount(V2XAPP_GBMHANDLE laneHandle, uint8_t* coun
     ret = 0;
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetConnectToReginId(V2XAPP_GBMHANDLE laneHandle, int32_t index, bool* has_regin, uint16_t* regin,
                                         uint16_t* id) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   const Connection_t* connection = nullptr;
@@ -620,13 +620,13 @@ int32_t v2xapp_GBMapGetConnectToReginId(V2XAPP_GBMHANDLE laneHandle, int32_t ind
     *id = static_cast<uint16_t>(connection->remoteIntersection.id);
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetConnectToPhaseId(V2XAPP_GBMHANDLE mapLaneHandle, int32_t index, bool* has_phaseId,
                                         int16_t* phaseId) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(mapLaneHandle);
   const Connection_t* connection = nullptr;
@@ -636,13 +636,13 @@ int32_t v2xapp_GBMapGetConnectToPhaseId(V2XAPP_GBMHANDLE mapLaneHandle, int32_t 
     if (*has_phaseId) *phaseId = static_cast<int16_t>(*connection->phaseId);
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapGetConnectToLaneInfo(V2XAPP_GBMHANDLE laneHandle, int32_t index, bool* has_laneInfo,
                                          int16_t* laneId, bool* has_maneuver, uint16_t* maneuver) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const auto* lane = static_cast<const Lane_t*>(laneHandle);
   const Connection_t* connection = nullptr;
@@ -658,7 +658,7 @@ int32_t v2xapp_GBMapGetConnectToLaneInfo(V2XAPP_GBMHANDLE laneHandle, int32_t in
     if (*has_maneuver) *maneuver = static_cast<uint16_t>(bitsValue(reached->maneuver));
   }
   logResult(ret);
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 

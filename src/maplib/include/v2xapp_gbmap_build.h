@@ -13,20 +13,31 @@
  * Every element is a V2XAPP_GBMHANDLE. An ...Init operation hands out a new,
  * unattached element: it is the caller's until it is attached with the
  * matching ...Add operation; from then on its parent owns it and
- * v2xapp_GBMapStrDel releases it with the whole message. Attach an element
- * once, to one parent (attaching it twice to the same list is refused).
+ * v2xapp_GBMapStrDel releases it with the whole message. An element that is
+ * never attached is released with v2xapp_GBMapElementRelease. An element has
+ * at most one parent: attaching it twice to the same list gives -2, attaching
+ * an element that has a parent elsewhere (or that no ...Init call of that kind
+ * made, such as an element of a decoded message) gives -4.
  *
  * Units are the message's own, unscaled: latitude and longitude in 1e-7
  * degree, elevation in 0.1 m, widths in cm, speeds in 0.02 m/s. No operation
  * checks ranges; v2xapp_GBMapUperEncode refuses a message with a value out of
  * the message set's range.
  *
- * Bit strings (maneuvers, lane type attributes, lane sharing) are filled by
- * copying the lowest bytes of the given 64-bit value, lowest byte first, into
- * the string's first octets. Reading them back (v2xapp_GBMapbitString2Long,
- * v2xapp_gbmap_query.h) takes the first octet as the most significant, so a
- * value written as 0x0102 reads back as 0x0201: pass values arranged octet by
- * octet (first octet in the lowest byte).
+ * Bit strings (maneuvers, lane type attributes, lane sharing): use the flag
+ * setters (v2xapp_GBMapLaneSetManeuverFlags, v2xapp_GBMapLaneSetTypeFlags,
+ * v2xapp_GBMapLaneSetShareFlags, v2xapp_GBMapConnectToSetManeuverFlags),
+ * which write bit n of the value (1u << n) as the message set's named bit n
+ * with the sizes the 2020 message set encodes. The older setters
+ * (v2xapp_GBMapLaneSetManeuvers, v2xapp_GBMapLinkLaneSetLaneAttributes and
+ * the maneuvers of v2xapp_GBMapLaneConnectToSetConnectingLane) copy the
+ * lowest bytes of a 64-bit value, lowest byte first, into the string's first
+ * octets, and give lane maneuvers 10 bits and lane types other than vehicle
+ * 9/7/4/10/6/5/7 bits: the 2020 message set encodes none of these sizes, so
+ * a message built with them is refused by v2xapp_GBMapUperEncode (-3) unless
+ * only vehicle types and connection maneuvers were set. Reading them back
+ * (v2xapp_GBMapbitString2Long, v2xapp_gbmap_query.h) takes the first octet as
+ * the most significant, so a value written as 0x0102 reads back as 0x0201.
  *
  * Results: 0 on success; -2 for a null handle or argument (or a failed
  * allocation of the new element in the ...Init operations); other negative
@@ -44,8 +55,10 @@
 extern "C" {
 #endif
 
-/* Lane types of v2xapp_GBMapLinkLaneSetLaneAttributes, with the octets of
- * their bit string and the bits those octets carry. */
+/** Lane types of v2xapp_GBMapLinkLaneSetLaneAttributes and
+ *  v2xapp_GBMapLaneSetTypeFlags. The comments give the octets and bits the
+ *  older setter writes; the message set (and the flag setter) use 8 bits for
+ *  vehicle lanes and 16 bits for every other type. */
 enum {
   V2XAPP_GBMAP_LANE_VEHICLE = 1,        /* 1 octet, 8 bits */
   V2XAPP_GBMAP_LANE_CROSSWALK = 2,      /* 2 octets, 9 bits */
@@ -163,6 +176,57 @@ int32_t v2xapp_GBMapLaneConnectToSetPhaseID(V2XAPP_GBMHANDLE connectToHandle, ui
 /* Appends a connection to the lane. -2 for a null argument or a connection
  * already there; -3 when no memory. */
 int32_t v2xapp_GBMapLaneAddConnectTo(V2XAPP_GBMHANDLE laneHandle, V2XAPP_GBMHANDLE connectToHandle);
+
+/* Element ownership and well-formed bit strings. */
+
+/**
+ * \brief Releases an element that was never attached (node, link, lane,
+ *        movement or connection from an ...Init call), with everything set on
+ *        it, and sets *p_element to NULL.
+ * \return 0; -2 when p_element or *p_element is NULL; -4 when the element is
+ *         attached (its parent owns it: release the message instead), was
+ *         released already, or was not made by an ...Init call.
+ */
+int32_t v2xapp_GBMapElementRelease(V2XAPP_GBMHANDLE* p_element);
+
+/**
+ * \brief Sets the lane's allowed maneuvers (AllowedManeuvers, 12 bits).
+ * \param flags bit n (1u << n) is the message set's bit n: 0 straight, 1 left,
+ *        2 right, 3 U-turn, 4 left turn on red, 5 right turn on red, 6 lane
+ *        change, 7 no stopping, 8 yield always, 9 go with halt, 10 caution,
+ *        11 reserved.
+ * \return 0; -2 for a NULL lane or no memory; -3 for a flag above bit 11
+ *         (nothing changed).
+ */
+int32_t v2xapp_GBMapLaneSetManeuverFlags(V2XAPP_GBMHANDLE laneHandle, uint16_t flags);
+/**
+ * \brief Sets the lane's type and that type's attribute bits.
+ * \param type V2XAPP_GBMAP_LANE_VEHICLE (1) .. V2XAPP_GBMAP_LANE_PARKING (8).
+ * \param flags bit n (1u << n) is the type's bit n in the message set; a
+ *        vehicle lane has 8 bits (0 revocable, 1 fly-over/ramp, 2 HOV only,
+ *        3 bus only, 4 taxi only, 5 not public, 6 IR beacon/emergency,
+ *        7 permission on request), every other type 16.
+ * \return 0; -2 for a NULL lane or no memory; -3 for a type out of 1..8 or,
+ *         for a vehicle lane, a flag above bit 7 (nothing changed then).
+ */
+int32_t v2xapp_GBMapLaneSetTypeFlags(V2XAPP_GBMHANDLE laneHandle, int type, uint16_t flags);
+/**
+ * \brief Sets the lane's sharing (LaneSharing, 10 bits). The lane also needs
+ *        a type (v2xapp_GBMapLaneSetTypeFlags) for the message to encode.
+ * \param flags bit n (1u << n) is the message set's bit n: 0 overlapping lane
+ *        description, 1 several lanes as one, 2 other non-motorised traffic,
+ *        3 individual motorised vehicles, 4 buses, 5 taxis, 6 pedestrians,
+ *        7 cyclists, 8 tracked vehicles, 9 pedestrian traffic.
+ * \return 0; -2 for a NULL lane or no memory; -3 for a flag above bit 9.
+ */
+int32_t v2xapp_GBMapLaneSetShareFlags(V2XAPP_GBMHANDLE laneHandle, uint16_t flags);
+/**
+ * \brief Sets the maneuvers of a connection's connecting lane (12 bits, as
+ *        v2xapp_GBMapLaneSetManeuverFlags); the connecting lane is created
+ *        with lane id 0 when the connection has none yet.
+ * \return 0; -2 for a NULL connection or no memory; -3 for a flag above bit 11.
+ */
+int32_t v2xapp_GBMapConnectToSetManeuverFlags(V2XAPP_GBMHANDLE connectToHandle, uint16_t flags);
 
 /*
  * Rewrites every absolute point of every link and lane of the map as an

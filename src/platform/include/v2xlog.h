@@ -76,6 +76,8 @@ bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level);
 void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 /* Flushes the outputs (tests and shutdown). */
 void v2xlog_Flush(void);
+/* True once v2xlog_Init has been called: the program set its logging up. */
+bool v2xlog_IsInitialised(void);
 
 /*
  * The one way modules log: V2XLOG(&g_curTag, 2, "open %s error", path) writes

@@ -185,6 +185,8 @@ bool validTag(const char* name) {
 
 bool validLevel(int32 level) { return level >= 0 && level <= V2XLOG_MAX_LEVEL; }
 
+constinit std::atomic<bool> g_initialised{false};
+
 }  // namespace
 
 extern "C" {
@@ -192,6 +194,7 @@ extern "C" {
 int32 v2xlog_Init(const char* logFile, const char* defaultTag, int32 fileEnable, int32 consoleEnable,
                   int32 consoleForce) {
   if ((fileEnable != 0 && logFile == nullptr) || defaultTag == nullptr) return -2;
+  g_initialised.store(true, std::memory_order_release);
   return Output::instance().init(logFile, defaultTag, fileEnable != 0, consoleEnable != 0, consoleForce != 0);
 }
 
@@ -247,5 +250,7 @@ void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) {
 }
 
 void v2xlog_Flush(void) { Output::instance().flush(); }
+
+bool v2xlog_IsInitialised(void) { return g_initialised.load(std::memory_order_acquire); }
 
 }  // extern "C"
