@@ -32,12 +32,36 @@ bool logEnabled(v2xlog_config_t* tag, int level) {
   return level <= (own >= 0 ? own : kQuietLevel);
 }
 
+namespace {
+
+void deliver(v2xlog_config_t* tag, int level, const char* line);
+
+}  // namespace
+
 void logPrint(v2xlog_config_t* tag, int level, const char* fmt, ...) {
   char line[V2XLOG_LINE_MAX];
   va_list ap;
   va_start(ap, fmt);
   std::vsnprintf(line, sizeof(line), fmt, ap);
   va_end(ap);
+  deliver(tag, level, line);
+}
+
+void logAt(v2xlog_config_t* tag, int level, const Site& site, const char* fmt, ...) {
+  if (!logEnabled(tag, level)) return;
+  char line[V2XLOG_LINE_MAX];
+  const int head = std::snprintf(line, sizeof(line), "%s:%s:%d:", site.file, site.func, site.line);
+  if (head < 0 || static_cast<size_t>(head) >= sizeof(line)) return;
+  va_list ap;
+  va_start(ap, fmt);
+  std::vsnprintf(line + head, sizeof(line) - static_cast<size_t>(head), fmt, ap);
+  va_end(ap);
+  deliver(tag, level, line);
+}
+
+namespace {
+
+void deliver(v2xlog_config_t* tag, int level, const char* line) {
   if (g_hasSink.load(std::memory_order_acquire)) {
     v2xapp_GBMapLogSink sink = nullptr;
     void* ctx = nullptr;
@@ -58,6 +82,8 @@ void logPrint(v2xlog_config_t* tag, int level, const char* fmt, ...) {
     std::fprintf(stderr, "[%s][%s] %s\n", tag != nullptr ? tag->m_tagName : "GMAP", kLevelNames[level & 7], line);
   }
 }
+
+}  // namespace
 
 }  // namespace gbmap
 

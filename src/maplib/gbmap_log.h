@@ -12,6 +12,19 @@ namespace gbmap {
 bool logEnabled(v2xlog_config_t* tag, int level);
 void logPrint(v2xlog_config_t* tag, int level, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 
+// A public call's place, for lines written on its behalf by a shared walk.
+struct Site {
+  const char* file;
+  const char* func;
+  int line;
+};
+#define GBLOG_SITE \
+  gbmap::Site { __FILE__, __func__, __LINE__ }
+
+// A line under the place of the public call (level test included).
+void logAt(v2xlog_config_t* tag, int level, const Site& site, const char* fmt, ...)
+    __attribute__((format(printf, 4, 5)));
+
 }  // namespace gbmap
 
 // As V2XLOG: "file:function:line:" and the message, the level test first.
