@@ -155,6 +155,13 @@ install(TARGETS v2xmap_static EXPORT V2xMapStaticTargets
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/maplib/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/v2x COMPONENT dev FILES_MATCHING PATTERN "*.h")
 
+# The API reference (target docs) and the example program with the -dev files.
+if(V2X_DOCS_HTML)
+  install(DIRECTORY ${V2X_DOCS_HTML}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/html COMPONENT dev)
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/examples/map_example.c ${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/examples COMPONENT dev)
+
 install(EXPORT V2xMapTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)
 install(EXPORT V2xMapStaticTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/V2xMapConfig.cmake.in

@@ -9,6 +9,7 @@
 #include "MessageFrame.h"
 #include "gbmap_log.h"
 #include "v2x_asn_codec.h"
+#include "v2xapp_commoncodec.h"
 
 // Trace lines of an operation under a fixed name. A start text with a
 // trailing blank pairs with "end,ret=", one without with "end ret=". Macros,
@@ -74,6 +75,10 @@ int32_t attach(List& list, Elem* elem, ElementKind kind) {
   forgetElement(elem);
   return 0;
 }
+
+// An offset record as the compact record of the public API (its kinds and
+// raw values).
+void pointRecord(const PositionOffsetLLV_t& offset, v2xapp_gbMsg_PosStr_t& out);
 
 // Element index of a list, or null when the index is not below its count.
 template <class List>

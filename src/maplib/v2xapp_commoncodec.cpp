@@ -13,7 +13,7 @@
 #include "Position3D.h"
 #include "PositionOffsetLLV.h"
 #include "VerticalOffset.h"
-#include "gbmap_log.h"
+#include "gbmap_internal.h"
 
 namespace {
 
@@ -443,6 +443,49 @@ int32_t v2xcodec_GBpraseMsgPos(const v2xapp_gbMsg_PosStr_t* p_msgPos, const c_po
     outPos3D->elevIsValid = false;
   }
   return 0;
+}
+
+int32_t v2xcodec_GBsetMsgPos(const c_pos3D_t* currPos3D, const c_pos3D_t* refPos3D, v2xapp_gbMsg_PosStr_t* p_msgPos) {
+  if (p_msgPos == nullptr) {
+    GBLOG(&g_curTag, 2, "input para error");
+    return -2;
+  }
+  PositionOffsetLLV_t offset{};
+  const int32_t ret = setPosOffsetLLV(currPos3D, refPos3D, &offset);
+  if (ret == 0) {
+    *p_msgPos = v2xapp_gbMsg_PosStr_t{};
+    gbmap::pointRecord(offset, *p_msgPos);
+  }
+  ASN_STRUCT_FREE_CONTENTS_ONLY(asn_DEF_PositionOffsetLLV, &offset);
+  return ret;
+}
+
+int32_t v2xcodec_GBsetMsgPosOriginal(const v2xapp_gbMsg_PosStr_t* currPos, const v2xapp_gbMsg_PosStr_t* refPos,
+                                     v2xapp_gbMsg_PosStr_t* p_msgPos) {
+  if (currPos == nullptr || refPos == nullptr || p_msgPos == nullptr ||
+      currPos->m_codeType != COMMON_POSCODETYPE_position_LatLon ||
+      refPos->m_codeType != COMMON_POSCODETYPE_position_LatLon) {
+    GBLOG(&g_curTag, 2, "input para error");
+    return -2;
+  }
+  // The codec's positions, their elevations borrowed from the records.
+  Elevation_t elev[2] = {static_cast<Elevation_t>(currPos->m_elev), static_cast<Elevation_t>(refPos->m_elev)};
+  Position3D_t pos[2] = {};
+  const v2xapp_gbMsg_PosStr_t* from[2] = {currPos, refPos};
+  for (int i = 0; i < 2; ++i) {
+    pos[i].lat = static_cast<Latitude_t>(from[i]->m_lat);
+    pos[i].Long = static_cast<Longitude_t>(from[i]->m_lon);
+    const bool hasElev = from[i]->m_isContainV && from[i]->m_elevType == COMMON_POSELETYPE_PR_elevation;
+    pos[i].elevation = hasElev ? &elev[i] : nullptr;
+  }
+  PositionOffsetLLV_t offset{};
+  const int32_t ret = setPosOffsetLLVOriginal(&pos[0], &pos[1], &offset);
+  if (ret == 0) {
+    *p_msgPos = v2xapp_gbMsg_PosStr_t{};
+    gbmap::pointRecord(offset, *p_msgPos);
+  }
+  ASN_STRUCT_FREE_CONTENTS_ONLY(asn_DEF_PositionOffsetLLV, &offset);
+  return ret;
 }
 
 }  // extern "C"

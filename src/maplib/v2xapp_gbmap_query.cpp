@@ -2,6 +2,7 @@
 // flags, read without exposing the ASN.1 structures.
 #include "v2xapp_gbmap_query.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "gbmap_internal.h"
@@ -34,57 +35,12 @@ int64_t bitsValue(const BIT_STRING_t* bits) {
   return value;
 }
 
-// A point as stored: its kinds and their raw values.
-void pointRecord(const RoadPoint_t& point, v2xapp_gbMsg_PosStr_t& out) {
-  const PositionOffsetLL_t& ll = point.posOffset.offsetLL;
-  out.m_codeType = static_cast<uint8_t>(ll.present);
-  switch (ll.present) {
-    case PositionOffsetLL_PR_position_LL1:
-      out.m_lon = ll.choice.position_LL1.lon, out.m_lat = ll.choice.position_LL1.lat;
-      break;
-    case PositionOffsetLL_PR_position_LL2:
-      out.m_lon = ll.choice.position_LL2.lon, out.m_lat = ll.choice.position_LL2.lat;
-      break;
-    case PositionOffsetLL_PR_position_LL3:
-      out.m_lon = ll.choice.position_LL3.lon, out.m_lat = ll.choice.position_LL3.lat;
-      break;
-    case PositionOffsetLL_PR_position_LL4:
-      out.m_lon = ll.choice.position_LL4.lon, out.m_lat = ll.choice.position_LL4.lat;
-      break;
-    case PositionOffsetLL_PR_position_LL5:
-      out.m_lon = ll.choice.position_LL5.lon, out.m_lat = ll.choice.position_LL5.lat;
-      break;
-    case PositionOffsetLL_PR_position_LL6:
-      out.m_lon = ll.choice.position_LL6.lon, out.m_lat = ll.choice.position_LL6.lat;
-      break;
-    case PositionOffsetLL_PR_position_LatLon:
-      out.m_lon = ll.choice.position_LatLon.lon;
-      out.m_lat = ll.choice.position_LatLon.lat;
-      break;
-    default: break;
-  }
-  const VerticalOffset_t* v = point.posOffset.offsetV;
-  out.m_isContainV = v != nullptr;
-  if (v == nullptr) return;
-  out.m_elevType = static_cast<uint8_t>(v->present);
-  switch (v->present) {
-    case VerticalOffset_PR_offset1: out.m_elev = v->choice.offset1; break;
-    case VerticalOffset_PR_offset2: out.m_elev = v->choice.offset2; break;
-    case VerticalOffset_PR_offset3: out.m_elev = v->choice.offset3; break;
-    case VerticalOffset_PR_offset4: out.m_elev = v->choice.offset4; break;
-    case VerticalOffset_PR_offset5: out.m_elev = v->choice.offset5; break;
-    case VerticalOffset_PR_offset6: out.m_elev = v->choice.offset6; break;
-    case VerticalOffset_PR_elevation: out.m_elev = v->choice.elevation; break;
-    default: break;
-  }
-}
-
 // Point `index` of a list: 0, -3 without a list, -4 past its end.
 int32_t pointAt(const PointList* points, uint32_t index, v2xapp_gbMsg_PosStr_t& out) {
   if (points == nullptr) return -3;
   const RoadPoint_t* point = elementAt(points->list, index);
   if (point == nullptr) return -4;
-  pointRecord(*point, out);
+  gbmap::pointRecord(point->posOffset, out);
   return 0;
 }
 
@@ -187,6 +143,33 @@ int32_t putHandle(V2XAPP_GBMHANDLE* out, Elem* elem, int32_t missing) {
 }
 
 }  // namespace
+
+namespace gbmap {
+
+// Every alternative of both choices holds its values at the same place (a
+// lon/lat pair; one integer), which these checks keep true for the codec.
+static_assert(offsetof(Position_LL_24B, lon) == offsetof(Position_LLmD_64b, lon) &&
+              offsetof(Position_LL_24B, lat) == offsetof(Position_LLmD_64b, lat) &&
+              offsetof(Position_LL_24B, lat) == offsetof(Position_LL_48B, lat));
+static_assert(sizeof(VertOffset_B07_t) == sizeof(Elevation_t));
+
+// A point as stored: its kinds and their raw values.
+void pointRecord(const PositionOffsetLLV_t& offset, v2xapp_gbMsg_PosStr_t& out) {
+  const PositionOffsetLL_t& ll = offset.offsetLL;
+  out.m_codeType = static_cast<uint8_t>(ll.present);
+  if (ll.present >= PositionOffsetLL_PR_position_LL1 && ll.present <= PositionOffsetLL_PR_position_LatLon) {
+    out.m_lon = ll.choice.position_LL1.lon;
+    out.m_lat = ll.choice.position_LL1.lat;
+  }
+  const VerticalOffset_t* v = offset.offsetV;
+  out.m_isContainV = v != nullptr;
+  if (v == nullptr) return;
+  out.m_elevType = static_cast<uint8_t>(v->present);
+  if (v->present >= VerticalOffset_PR_offset1 && v->present <= VerticalOffset_PR_elevation)
+    out.m_elev = v->choice.offset1;
+}
+
+}  // namespace gbmap
 
 extern "C" {
 

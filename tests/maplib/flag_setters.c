@@ -4,13 +4,15 @@
  * the message set puts it (bit 0 first). The expected bit texts are written
  * out by hand from the message set's bit lists. Also: ownership of elements
  * that are never attached, refused second parents, the decode that replaces
- * a held map and the stamp setter that frees. Exit status 0 when every check
+ * a held map, the stamp setter that frees, and position offsets made from
+ * plain records. Exit status 0 when every check
  * holds; run under ASan/LSan for the leak checks. */
 #include <ctype.h>
 #include <stdio.h>
 #include <string.h>
 
 #include "c_check.h"
+#include "v2xapp_commoncodec.h"
 #include "v2xapp_gbmap.h"
 #include "v2xapp_gbmap_build.h"
 #include "v2xapp_gbmap_query.h"
@@ -196,7 +198,40 @@ static void ownership(void) {
   CHECK(v2xapp_GBMapStrInit(NULL) == -2 && v2xapp_GBMapStrDel(NULL) == -2);
 }
 
+static int recordIs(v2xapp_gbMsg_PosStr_t r, int code, int64_t lat, int64_t lon, int elevType, int64_t elev) {
+  return r.m_codeType == code && r.m_lat == lat && r.m_lon == lon && r.m_isContainV == (elevType != 0) &&
+         (elevType == 0 || (r.m_elevType == elevType && r.m_elev == elev));
+}
+
+/* Offsets from plain records; the degree values are binary fractions, so the
+ * products by 1e7 are exact: 2^-13 deg = 1220.703125, 2^-12 deg = 2441.40625. */
+static void plainOffsets(void) {
+  c_pos3D_t ref, pos;
+  memset(&ref, 0, sizeof(ref));
+  memset(&pos, 0, sizeof(pos));
+  ref.elevation = 2.5;
+  pos.lat = 0.0001220703125;
+  pos.lon = -0.000244140625;
+  pos.elevation = 10.5;
+  v2xapp_gbMsg_PosStr_t out;
+  CHECK(v2xcodec_GBsetMsgPos(&pos, &ref, &out) == 0);
+  CHECK(recordIs(out, 2, 1220, -2441, 2, 80)); /* 2441 > 2047: 14 bits; 8 m: 8 bits */
+  ref.elevation = 0.0;                         /* no elevation: no vertical value */
+  CHECK(v2xcodec_GBsetMsgPos(&pos, &ref, &out) == 0 && recordIs(out, 2, 1220, -2441, 0, 0));
+  CHECK(v2xcodec_GBsetMsgPos(&pos, &ref, NULL) == -2);
+
+  v2xapp_gbMsg_PosStr_t iref = {7, 397870006, 1165119042, true, 7, 100};
+  v2xapp_gbMsg_PosStr_t ipos = {7, 397870006 + 2047, 1165119042 - 10, true, 7, 150};
+  CHECK(v2xcodec_GBsetMsgPosOriginal(&ipos, &iref, &out) == 0 && recordIs(out, 1, 2047, -10, 1, 50));
+  ipos.m_lat = 397870006 + 8388608; /* one beyond 24 bits: absolute */
+  ipos.m_isContainV = false;
+  CHECK(v2xcodec_GBsetMsgPosOriginal(&ipos, &iref, &out) == 0 && recordIs(out, 7, ipos.m_lat, ipos.m_lon, 0, 0));
+  ipos.m_codeType = 1; /* an offset is no position */
+  CHECK(v2xcodec_GBsetMsgPosOriginal(&ipos, &iref, &out) == -2);
+}
+
 int main(void) {
+  plainOffsets();
   encodeDecodeAndReadTheBits();
   refusedFlagsChangeNothing();
   ownership();

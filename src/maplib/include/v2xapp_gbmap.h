@@ -74,6 +74,8 @@ int32_t v2xapp_GBMapReplaceTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t timeSta
 int32_t v2xapp_GBMapGetTimStamp(V2XAPP_GBMHANDLE mapHandle, uint32_t* ptimeStamp);
 /**
  * \brief Encodes the message with unaligned PER.
+ * \param handle the message.
+ * \param pdata where the encoding goes.
  * \param p_data_len capacity of pdata in bytes on entry; encoded length in
  *        bytes on return. When the encoding does not fit, 0 is returned with
  *        the full length: compare it with the capacity you gave.

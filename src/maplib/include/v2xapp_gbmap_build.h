@@ -1,5 +1,7 @@
-/** \file v2xapp_gbmap_build.h \brief Building a MAP message element by element, without ASN.1. */
-/*
+/**
+ * \file v2xapp_gbmap_build.h
+ * \brief Building a MAP message element by element, without ASN.1.
+ *
  * A MAP message (made by v2xapp_GBMapStrInit, v2xapp_gbmap.h) describes
  * intersections:
  *
@@ -43,6 +45,10 @@
  * allocation of the new element in the ...Init operations); other negative
  * values as listed. Each operation writes trace lines at level 7 under the log
  * tag "GMAP" (some name a related operation, as log readers expect).
+ *
+ * Threads: an element and the message it belongs to must not be used by two
+ * threads at once; elements of different messages may be built in parallel
+ * (the table of unattached elements is locked).
  */
 #ifndef V2XAPP_GBMAP_BUILD_H
 #define V2XAPP_GBMAP_BUILD_H
@@ -70,49 +76,51 @@ enum {
   V2XAPP_GBMAP_LANE_PARKING = 8         /* 1 octet, 7 bits */
 };
 
-/* Point position kinds: only the absolute one is filled by the point
+/** Point position kinds: only the absolute one is filled by the point
  * operations; convert to offsets with v2xapp_convAbsPoint2RelPoint. */
-#define V2XAPP_GBMAP_POS_LATLON 7 /* postype: absolute latitude/longitude */
-#define V2XAPP_GBMAP_ELEV_ABS 7   /* *elevtype: absolute elevation */
+/** postype of the point calls: absolute latitude/longitude. */
+#define V2XAPP_GBMAP_POS_LATLON 7
+/** *elevtype of the point calls: absolute elevation. */
+#define V2XAPP_GBMAP_ELEV_ABS 7
 
 /* Nodes. */
 
-/* Appends a node to the map's node list. -2 for a null map or node, or a node
+/** Appends a node to the map's node list. -2 for a null map or node, or a node
  * already in the list; -3 when no memory. */
 int32_t v2xapp_GBMapAddNode(V2XAPP_GBMHANDLE mapHandle, V2XAPP_GBMHANDLE nodeHandle);
-/* New node with id nodeID; region *pregion when pregion is given; name of
+/** New node with id nodeID; region *pregion when pregion is given; name of
  * nodeNameLen bytes from pnodeName when pnodeName is given. The node goes to
  * *p_nodeHandle. -2 when p_nodeHandle is null or no memory for the node; -3
  * when no memory for its region or name (nothing is handed out then). */
 int32_t v2xapp_GBMapNodeInit(V2XAPP_GBMHANDLE* p_nodeHandle, uint64_t nodeID, uint64_t* pregion, uint8_t* pnodeName,
                              uint16_t nodeNameLen);
-/* Sets the node's id; with pregion also its region (replacing an earlier one). */
+/** Sets the node's id; with pregion also its region (replacing an earlier one). */
 int32_t v2xapp_GBMapNodeSetID(V2XAPP_GBMHANDLE mapNodeHandle, uint64_t id, uint64_t* pregion);
-/* Sets the reference position; with pelev the elevation, without it none. All
+/** Sets the reference position; with pelev the elevation, without it none. All
  * offsets of the node's points are taken against this position. */
 int32_t v2xapp_GBMapNodeSetRefPos(V2XAPP_GBMHANDLE mapNodeHandle, int64_t lat, int64_t mlong, int64_t* pelev);
-/* Appends a link to the node's links. -2 for a null argument or a link already
+/** Appends a link to the node's links. -2 for a null argument or a link already
  * there; -3 when no memory. */
 int32_t v2xapp_GBMapNodeAddLink(V2XAPP_GBMHANDLE mapNodeHandle, V2XAPP_GBMHANDLE mapLinkHandle);
 
 /* Links. */
 
-/* New empty link into *p_linkHandle. -2 when no memory. */
+/** New empty link into *p_linkHandle. -2 when no memory. */
 int32_t v2xapp_GBMapLinkInit(V2XAPP_GBMHANDLE* p_linkHandle);
-/* Sets the link's name (linkNameLen bytes). -2 for a null handle or name; -3
+/** Sets the link's name (linkNameLen bytes). -2 for a null handle or name; -3
  * when no memory. */
 int32_t v2xapp_GBMapLinkSetName(V2XAPP_GBMHANDLE mapLinkHandle, uint8_t* plinkName, uint16_t linkNameLen);
-/* Sets the id (and with pregion the region) of the node the link comes from. */
+/** Sets the id (and with pregion the region) of the node the link comes from. */
 int32_t v2xapp_GBMapLinkSetUpStreamNodeID(V2XAPP_GBMHANDLE mapLinkHandle, uint64_t id, uint64_t* pregion);
-/* Appends a speed limit {limit_type, speed} (types: 5 vehicle maximum, 8 truck
+/** Appends a speed limit {limit_type, speed} (types: 5 vehicle maximum, 8 truck
  * maximum, ...). -2 for a null handle; -3 when no memory. */
 int32_t v2xapp_GBMapLinkAddSpeedLimits(V2XAPP_GBMHANDLE mapLinkHandle, uint8_t limit_type, uint64_t speed);
-/* Sets the link's width (cm). */
+/** Sets the link's width (cm). */
 int32_t v2xapp_GBMapLinkSetlinkWidth(V2XAPP_GBMHANDLE mapLinkHandle, uint64_t linkwidth);
-/* Appends a lane to the link. -2 for a null argument or a lane already there;
+/** Appends a lane to the link. -2 for a null argument or a lane already there;
  * -3 when no memory. */
 int32_t v2xapp_GBMapLinkAddlane(V2XAPP_GBMHANDLE mapLinkHandle, V2XAPP_GBMHANDLE mapLaneHandle);
-/*
+/**
  * Appends a centre-line point. With postype 7 (V2XAPP_GBMAP_POS_LATLON) the
  * point is the absolute position latitude posvala, longitude posvalb; any
  * other postype leaves the point without a position, which the encoder then
@@ -125,22 +133,22 @@ int32_t v2xapp_GBMapLinkAddPoint(V2XAPP_GBMHANDLE mapLinkHandle, uint16_t postyp
 
 /* Movements: where a link leads, and under which signal phase. */
 
-/* New movement towards node id (region *pregion when given) into
+/** New movement towards node id (region *pregion when given) into
  * *p_mapLinkMomentHandle. -2 when no memory. */
 int32_t v2xapp_GBMapLinkMovementInit(V2XAPP_GBMHANDLE* p_mapLinkMomentHandle, uint64_t id, uint64_t* pregion);
-/* Appends a movement to the link. -2 for a null argument or a movement already
+/** Appends a movement to the link. -2 for a null argument or a movement already
  * there; -3 when no memory. */
 int32_t v2xapp_GBMapLinkAddMovement(V2XAPP_GBMHANDLE mapLinkHandle, V2XAPP_GBMHANDLE movementHandle);
-/* Sets the movement's signal phase. -2 for a null handle or no memory. */
+/** Sets the movement's signal phase. -2 for a null handle or no memory. */
 int32_t v2xapp_GBMapLinkMovementSetPhaseID(V2XAPP_GBMHANDLE movementHandle, uint64_t phaseId);
 
 /* Lanes. */
 
-/* New lane with id laneID into *p_mapLinkLaneHandle. -2 when no memory. */
+/** New lane with id laneID into *p_mapLinkLaneHandle. -2 when no memory. */
 int32_t v2xapp_GBMapLinkLaneInit(V2XAPP_GBMHANDLE* p_mapLinkLaneHandle, uint64_t laneID);
-/* Sets the lane's width (cm). -2 for a null handle or no memory. */
+/** Sets the lane's width (cm). -2 for a null handle or no memory. */
 int32_t v2xapp_GBMapLinkLaneSetLaneWidth(V2XAPP_GBMHANDLE laneHandle, uint64_t width);
-/*
+/**
  * Sets the lane's type (V2XAPP_GBMAP_LANE_*) and its attribute bits from
  * typeVal (octets as the enum lists, copied lowest byte first); with
  * pShareWith also the lane-sharing bits (2 octets, 10 bits). -2 for a null
@@ -149,31 +157,31 @@ int32_t v2xapp_GBMapLinkLaneSetLaneWidth(V2XAPP_GBMHANDLE laneHandle, uint64_t w
  */
 int32_t v2xapp_GBMapLinkLaneSetLaneAttributes(V2XAPP_GBMHANDLE laneHandle, uint16_t type, uint64_t typeVal,
                                               uint64_t* pShareWith);
-/* Sets the lane's allowed maneuvers: the 2 lowest bytes of *pmaneuverValue
+/** Sets the lane's allowed maneuvers: the 2 lowest bytes of *pmaneuverValue
  * into 2 octets marked as carrying 10 bits. -2 for a null argument or no
  * memory. */
 int32_t v2xapp_GBMapLaneSetManeuvers(V2XAPP_GBMHANDLE laneHandle, uint64_t* pmaneuverValue);
-/* Appends a centre-line point to the lane: as v2xapp_GBMapLinkAddPoint, but
+/** Appends a centre-line point to the lane: as v2xapp_GBMapLinkAddPoint, but
  * the vertical part takes *elevtype as its kind whatever it is (the value is
  * set only for 7). */
 int32_t v2xapp_GBMapLaneAddPoint(V2XAPP_GBMHANDLE laneHandle, uint16_t postype, uint64_t posvala, uint64_t posvalb,
                                  uint16_t* elevtype, uint64_t elevval);
-/* Appends a speed limit {limitType, limitspeed} to the lane. -2 for a null
+/** Appends a speed limit {limitType, limitspeed} to the lane. -2 for a null
  * handle; -3 when no memory. */
 int32_t v2xapp_GBMapLaneAddSpeedLimit(V2XAPP_GBMHANDLE laneHandle, uint16_t limitType, uint64_t limitspeed);
 
 /* Connections: the lane of a following intersection that a lane leads to. */
 
-/* New connection towards node id (region *pregion when given) into
+/** New connection towards node id (region *pregion when given) into
  * *p_mapLaneConnectToHandle. -2 when no memory. */
 int32_t v2xapp_GBMapLaneConnectToInit(V2XAPP_GBMHANDLE* p_mapLaneConnectToHandle, uint64_t id, uint64_t* pregion);
-/* Sets the connecting lane's id; with pmaneuverValue its maneuvers (2 lowest
+/** Sets the connecting lane's id; with pmaneuverValue its maneuvers (2 lowest
  * bytes into 2 octets, 12 bits). -2 for a null handle or no memory. */
 int32_t v2xapp_GBMapLaneConnectToSetConnectingLane(V2XAPP_GBMHANDLE connectToHandle, uint64_t laneID,
                                                    uint64_t* pmaneuverValue);
-/* Sets the connection's signal phase. -2 for a null argument; -3 when no memory. */
+/** Sets the connection's signal phase. -2 for a null argument; -3 when no memory. */
 int32_t v2xapp_GBMapLaneConnectToSetPhaseID(V2XAPP_GBMHANDLE connectToHandle, uint64_t* phaseId);
-/* Appends a connection to the lane. -2 for a null argument or a connection
+/** Appends a connection to the lane. -2 for a null argument or a connection
  * already there; -3 when no memory. */
 int32_t v2xapp_GBMapLaneAddConnectTo(V2XAPP_GBMHANDLE laneHandle, V2XAPP_GBMHANDLE connectToHandle);
 
@@ -191,6 +199,7 @@ int32_t v2xapp_GBMapElementRelease(V2XAPP_GBMHANDLE* p_element);
 
 /**
  * \brief Sets the lane's allowed maneuvers (AllowedManeuvers, 12 bits).
+ * \param laneHandle a lane (attached or not).
  * \param flags bit n (1u << n) is the message set's bit n: 0 straight, 1 left,
  *        2 right, 3 U-turn, 4 left turn on red, 5 right turn on red, 6 lane
  *        change, 7 no stopping, 8 yield always, 9 go with halt, 10 caution,
@@ -201,6 +210,7 @@ int32_t v2xapp_GBMapElementRelease(V2XAPP_GBMHANDLE* p_element);
 int32_t v2xapp_GBMapLaneSetManeuverFlags(V2XAPP_GBMHANDLE laneHandle, uint16_t flags);
 /**
  * \brief Sets the lane's type and that type's attribute bits.
+ * \param laneHandle a lane (attached or not).
  * \param type V2XAPP_GBMAP_LANE_VEHICLE (1) .. V2XAPP_GBMAP_LANE_PARKING (8).
  * \param flags bit n (1u << n) is the type's bit n in the message set; a
  *        vehicle lane has 8 bits (0 revocable, 1 fly-over/ramp, 2 HOV only,
@@ -213,6 +223,7 @@ int32_t v2xapp_GBMapLaneSetTypeFlags(V2XAPP_GBMHANDLE laneHandle, int type, uint
 /**
  * \brief Sets the lane's sharing (LaneSharing, 10 bits). The lane also needs
  *        a type (v2xapp_GBMapLaneSetTypeFlags) for the message to encode.
+ * \param laneHandle a lane (attached or not).
  * \param flags bit n (1u << n) is the message set's bit n: 0 overlapping lane
  *        description, 1 several lanes as one, 2 other non-motorised traffic,
  *        3 individual motorised vehicles, 4 buses, 5 taxis, 6 pedestrians,
@@ -228,7 +239,7 @@ int32_t v2xapp_GBMapLaneSetShareFlags(V2XAPP_GBMHANDLE laneHandle, uint16_t flag
  */
 int32_t v2xapp_GBMapConnectToSetManeuverFlags(V2XAPP_GBMHANDLE connectToHandle, uint16_t flags);
 
-/*
+/**
  * Rewrites every absolute point of every link and lane of the map as an
  * offset from its node's reference position, choosing the smallest offset
  * kind that holds it (a point more than 0.8388607 degree away stays
