@@ -27,7 +27,7 @@ namespace gbmap {
 
 bool logEnabled(v2xlog_config_t* tag, int level) {
   if (level <= 0) return false;
-  if (v2xlog_IsInitialised()) return v2xlog_IsEnabled(tag, level);
+  if (v2xlog_IsConfigured()) return v2xlog_IsEnabled(tag, level);
   const int own = g_level.load(std::memory_order_relaxed);
   return level <= (own >= 0 ? own : kQuietLevel);
 }
@@ -76,7 +76,7 @@ void deliver(v2xlog_config_t* tag, int level, const char* line) {
       return;
     }
   }
-  if (v2xlog_IsInitialised()) {
+  if (v2xlog_IsConfigured()) {
     v2xlog_Print(tag, level, "%s", line);
   } else {
     std::fprintf(stderr, "[%s][%s] %s\n", tag != nullptr ? tag->m_tagName : "GMAP", kLevelNames[level & 7], line);
@@ -93,7 +93,7 @@ int32_t v2xapp_GBMapSetLogLevel(int level) {
   if (level < 0 || level > V2XLOG_MAX_LEVEL) return -2;
   g_level.store(level, std::memory_order_relaxed);
   // A program with its own logger: the library's tags there follow too.
-  if (v2xlog_IsInitialised()) {
+  if (v2xlog_IsConfigured()) {
     for (const char* name : kLibraryTags) v2xlog_SetTagLevel(v2xlog_AddTag(name), level);
   }
   return 0;

@@ -1,7 +1,8 @@
-// The MAP library's log lines (never installed). They go to the program's
-// logger when it set one up (v2xlog_Init), to the sink a library user gave
-// (v2xapp_GBMapSetLogSink), or else to standard error at the library's own
-// level, warnings and errors unless v2xapp_GBMapSetLogLevel says otherwise.
+// The MAP library's log lines (never installed). They go to the sink a
+// library user gave (v2xapp_GBMapSetLogSink), else to the program's logger
+// when it set one up (v2xlog_Init, v2xlog_AddTag, v2xlog_SetAllTagLevel), at
+// its levels; otherwise to standard error at the library's own level:
+// warnings and errors unless v2xapp_GBMapSetLogLevel says otherwise.
 #ifndef GBMAP_LOG_H
 #define GBMAP_LOG_H
 

@@ -139,7 +139,7 @@ typedef void (*v2xapp_GBMapLogSink)(void* ctx, int level, const char* line);
 /**
  * \brief Sets the level of the library's log tags ("GMAP", "UPER").
  *
- * Without this call, a program that never set its logging up (v2xlog_Init)
+ * Without this call, a program that never set up the RSU platform logger
  * sees warnings and errors only (level 3), on standard error or its sink; a
  * program that did gets the levels of its own logger. Thread-safe.
  * \param level 0 (nothing) .. 7 (every trace line).
