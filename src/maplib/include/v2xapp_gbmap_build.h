@@ -154,12 +154,17 @@ int32_t v2xapp_GBMapLinkLaneSetLaneWidth(V2XAPP_GBMHANDLE laneHandle, uint64_t w
  * pShareWith also the lane-sharing bits (2 octets, 10 bits). -2 for a null
  * handle; -3 for an unknown type (the type is still recorded, and the
  * encoder then refuses the message); -4 when no memory.
+ *
+ * Not encodable in the 2020 message set for any type but vehicle (it wants 16
+ * bits there); its sharing bits are the value's lowest bytes as they are:
+ * use v2xapp_GBMapLaneSetTypeFlags and v2xapp_GBMapLaneSetShareFlags.
  */
 int32_t v2xapp_GBMapLinkLaneSetLaneAttributes(V2XAPP_GBMHANDLE laneHandle, uint16_t type, uint64_t typeVal,
                                               uint64_t* pShareWith);
 /** Sets the lane's allowed maneuvers: the 2 lowest bytes of *pmaneuverValue
  * into 2 octets marked as carrying 10 bits. -2 for a null argument or no
- * memory. */
+ * memory. Not encodable in the 2020 message set (12 bits): use
+ * v2xapp_GBMapLaneSetManeuverFlags. */
 int32_t v2xapp_GBMapLaneSetManeuvers(V2XAPP_GBMHANDLE laneHandle, uint64_t* pmaneuverValue);
 /** Appends a centre-line point to the lane: as v2xapp_GBMapLinkAddPoint, but
  * the vertical part takes *elevtype as its kind whatever it is (the value is
@@ -176,7 +181,9 @@ int32_t v2xapp_GBMapLaneAddSpeedLimit(V2XAPP_GBMHANDLE laneHandle, uint16_t limi
  * *p_mapLaneConnectToHandle. -2 when no memory. */
 int32_t v2xapp_GBMapLaneConnectToInit(V2XAPP_GBMHANDLE* p_mapLaneConnectToHandle, uint64_t id, uint64_t* pregion);
 /** Sets the connecting lane's id; with pmaneuverValue its maneuvers (2 lowest
- * bytes into 2 octets, 12 bits). -2 for a null handle or no memory. */
+ * bytes into 2 octets, 12 bits, lowest byte first: the message set's bit 0 is
+ * bit 7 of the value). -2 for a null handle or no memory. For maneuvers by
+ * their named bits use v2xapp_GBMapConnectToSetManeuverFlags. */
 int32_t v2xapp_GBMapLaneConnectToSetConnectingLane(V2XAPP_GBMHANDLE connectToHandle, uint64_t laneID,
                                                    uint64_t* pmaneuverValue);
 /** Sets the connection's signal phase. -2 for a null argument; -3 when no memory. */
