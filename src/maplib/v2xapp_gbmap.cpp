@@ -30,6 +30,28 @@ asn_dec_rval_t decodeFrame(V2XAPP_GBMHANDLE* p_handle, const uint8_t* pdata, uin
   return asn_decode(&ctx, syntax, &asn_DEF_MessageFrame, reinterpret_cast<void**>(p_handle), pdata, dataLen);
 }
 
+// Decodes into a new frame that replaces *p_handle only on success; the
+// lines are written at the place of the public call.
+int32_t decodeReplacing(const gbmap::Site& site, V2XAPP_GBMHANDLE* p_handle, const uint8_t* pdata, uint32_t dataLen,
+                        asn_transfer_syntax syntax, size_t maxStackSize) {
+  gbmap::logAt(&g_curTag, 7, site, "%s start", site.func);
+  int32_t ret = -2;
+  V2XAPP_GBMHANDLE fresh = nullptr;
+  if (p_handle == nullptr || pdata == nullptr) {
+    gbmap::logAt(&g_curTag, 2, site, "null handle place or data");
+  } else if (asn_dec_rval_t rv = decodeFrame(&fresh, pdata, dataLen, syntax, maxStackSize); rv.code != RC_OK) {
+    gbmap::logAt(&g_curTag, 2, site, "asn_decode error retVal.code= %d retVal.consumed=%d", static_cast<int>(rv.code),
+                 static_cast<int>(rv.consumed));
+    ASN_STRUCT_FREE(asn_DEF_MessageFrame, fresh);
+  } else {
+    ASN_STRUCT_FREE(asn_DEF_MessageFrame, *p_handle);
+    *p_handle = fresh;
+    ret = 0;
+  }
+  gbmap::logAt(&g_curTag, 7, site, "%s end ret=%d", site.func, static_cast<int>(ret));
+  return ret;
+}
+
 const char* failedTypeName(const asn_enc_rval_t& ret_val) {
   return ret_val.failed_type != nullptr ? ret_val.failed_type->name : asn_DEF_MessageFrame.name;
 }
@@ -186,22 +208,11 @@ int32_t v2xapp_GBMapUperDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* pdata, uint3
 }
 
 int32_t v2xapp_GBMapUperDecodeFresh(V2XAPP_GBMHANDLE* p_handle, const uint8_t* pdata, uint32_t dataLen) {
-  GBLOG_START(&g_curTag);
-  int32_t ret = -2;
-  V2XAPP_GBMHANDLE fresh = nullptr;
-  if (p_handle == nullptr || pdata == nullptr) {
-    GBLOG(&g_curTag, 2, "null handle place or data");
-  } else if (asn_dec_rval_t rv = decodeFrame(&fresh, pdata, dataLen, ATS_UNALIGNED_BASIC_PER, 0); rv.code != RC_OK) {
-    GBLOG(&g_curTag, 2, "asn_decode error retVal.code= %d retVal.consumed=%d", static_cast<int>(rv.code),
-          static_cast<int>(rv.consumed));
-    ASN_STRUCT_FREE(asn_DEF_MessageFrame, fresh);
-  } else {
-    ASN_STRUCT_FREE(asn_DEF_MessageFrame, *p_handle);
-    *p_handle = fresh;
-    ret = 0;
-  }
-  GBLOG_END(&g_curTag, ret);
-  return ret;
+  return decodeReplacing(GBLOG_SITE, p_handle, pdata, dataLen, ATS_UNALIGNED_BASIC_PER, 0);
+}
+
+int32_t v2xapp_GBMapXerDecodeFresh(V2XAPP_GBMHANDLE* p_handle, const uint8_t* p_data, uint32_t data_len) {
+  return decodeReplacing(GBLOG_SITE, p_handle, p_data, data_len, ATS_BASIC_XER, kXerMaxStackSize);
 }
 
 int32_t v2xapp_GBMapXerEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* pdataLen) {

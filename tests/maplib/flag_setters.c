@@ -107,6 +107,10 @@ static void encodeDecodeAndReadTheBits(void) {
   uint32_t xmlLen = sizeof(xml) - 1;
   CHECK(v2xapp_GBMapXerEncode(map, (uint8_t*)xml, &xmlLen) == 0 && xmlLen < sizeof(xml));
   xml[xmlLen < sizeof(xml) ? xmlLen : sizeof(xml) - 1] = '\0';
+  CHECK(v2xapp_GBMapXerDecodeFresh(&map, (const uint8_t*)xml, xmlLen) == 0); /* XML: replaced as well */
+  CHECK(v2xapp_GBMapGetNodesCnt(map, &nodes) == 0 && nodes == 1);
+  CHECK(v2xapp_GBMapXerDecodeFresh(&map, (const uint8_t*)xml, xmlLen / 2) == -2);
+  CHECK(v2xapp_GBMapGetNodesCnt(map, &nodes) == 0 && nodes == 1);
   for (int i = 0; i < (int)(sizeof(kLanes) / sizeof(kLanes[0])); ++i) {
     CHECK(bitsAre(xml, kLanes[i].tag, 0, kLanes[i].bits));
     CHECK(bitsAre(xml, "maneuvers", i, kLaneManeuverBits));

@@ -115,10 +115,18 @@ int32_t v2xapp_GBMapUperDecodeFresh(V2XAPP_GBMHANDLE* p_handle, const uint8_t* p
 int32_t v2xapp_GBMapXerEncode(V2XAPP_GBMHANDLE handle, uint8_t* pdata, uint32_t* pdataLen);
 /**
  * \brief As v2xapp_GBMapUperDecode, with the basic XML encoding rules (the
- *        decoder's stack use is bounded); decodes into a held message as well.
+ *        decoder's stack use is bounded); decodes into a held message as well
+ *        (v2xapp_GBMapXerDecodeFresh replaces it).
  * \return as v2xapp_GBMapUperDecode.
  */
 int32_t v2xapp_GBMapXerDecode(V2XAPP_GBMHANDLE* p_handle, uint8_t* p_data, uint32_t data_len);
+/**
+ * \brief As v2xapp_GBMapUperDecodeFresh, with the basic XML encoding rules:
+ *        the decoded message replaces *p_handle only when decoding succeeds.
+ * \return 0; -2 for a NULL p_handle or p_data, or data that are not one
+ *         complete, valid MessageFrame.
+ */
+int32_t v2xapp_GBMapXerDecodeFresh(V2XAPP_GBMHANDLE* p_handle, const uint8_t* p_data, uint32_t data_len);
 /**
  * \brief Prints the message in the codec's text form to standard error.
  * \return 0, also for a NULL handle (which prints nothing).
