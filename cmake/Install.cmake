@@ -124,7 +124,20 @@ set_target_properties(v2xmap_shared PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${V2XMAP_SOVERSION}
   LINK_DEPENDS ${PROJECT_SOURCE_DIR}/packaging/v2xmap.map)
 
-add_library(v2xmap_static STATIC ${V2XMAP_OBJECTS})
+# The static library is one object: every part linked together (ld -r) and
+# every symbol but the public API made local, so that the codec runtime, the
+# generated types and the platform libraries inside never meet the same names
+# in a program that links another codec (the patterns of packaging/v2xmap.map).
+set(V2XMAP_STATIC_OBJECT ${PROJECT_BINARY_DIR}/packaging/v2xmap_static.o)
+set(V2XMAP_PUBLIC_PATTERNS v2xapp_* v2xcodec_* setPosOffset* prasePosOffset*)
+list(TRANSFORM V2XMAP_PUBLIC_PATTERNS PREPEND --keep-global-symbol= OUTPUT_VARIABLE V2XMAP_KEEP_OPTIONS)
+add_custom_command(OUTPUT ${V2XMAP_STATIC_OBJECT}
+  COMMAND ${CMAKE_LINKER} -r -o ${V2XMAP_STATIC_OBJECT}.all ${V2XMAP_OBJECTS}
+  COMMAND ${CMAKE_OBJCOPY} --wildcard ${V2XMAP_KEEP_OPTIONS} ${V2XMAP_STATIC_OBJECT}.all ${V2XMAP_STATIC_OBJECT}
+  DEPENDS ${V2XMAP_OBJECTS} ${V2XMAP_PARTS}
+  COMMAND_EXPAND_LISTS VERBATIM
+  COMMENT "Linking the static MAP library's parts into one object with the public API only")
+add_library(v2xmap_static STATIC ${V2XMAP_STATIC_OBJECT})
 # The C++ runtime is named for programs that a C compiler links.
 target_link_libraries(v2xmap_static PRIVATE ${V2XMAP_EXTERNALS} INTERFACE stdc++ m)
 set_target_properties(v2xmap_static PROPERTIES OUTPUT_NAME v2xmap EXPORT_NAME maplib_static LINKER_LANGUAGE CXX)
@@ -141,6 +154,13 @@ install(TARGETS v2xmap_static EXPORT V2xMapStaticTargets
 # include nothing of the codec or the platform.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/maplib/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/v2x COMPONENT dev FILES_MATCHING PATTERN "*.h")
+
+# The API reference (target docs) and the example program with the -dev files.
+if(V2X_DOCS_HTML)
+  install(DIRECTORY ${V2X_DOCS_HTML}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/html COMPONENT dev)
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/examples/map_example.c ${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/examples COMPONENT dev)
 
 install(EXPORT V2xMapTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)
 install(EXPORT V2xMapStaticTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)

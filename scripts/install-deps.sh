@@ -15,6 +15,7 @@ PACKAGES=(
   libgeographiclib-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-format clang-tidy
+  doxygen  # API reference of the MAP library (target docs)
   chromium libpng-dev
   clang libclang-rt-14-dev
   procps

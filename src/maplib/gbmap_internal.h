@@ -7,17 +7,18 @@
 #include <cstdlib>
 
 #include "MessageFrame.h"
+#include "gbmap_log.h"
 #include "v2x_asn_codec.h"
-#include "v2xlog.h"
+#include "v2xapp_commoncodec.h"
 
 // Trace lines of an operation under a fixed name. A start text with a
 // trailing blank pairs with "end,ret=", one without with "end ret=". Macros,
 // so that the line prefix names the calling operation and line. Each source
 // defines its own g_curTag.
-#define GMAP_START(name) V2XLOG(&g_curTag, 7, name " start")
-#define GMAP_END(name, ret) V2XLOG(&g_curTag, 7, name " end ret=%d", static_cast<int>(ret))
-#define GMAP_START_B(name) V2XLOG(&g_curTag, 7, name " start ")
-#define GMAP_END_B(name, ret) V2XLOG(&g_curTag, 7, name " end,ret=%d", static_cast<int>(ret))
+#define GMAP_START(name) GBLOG(&g_curTag, 7, name " start")
+#define GMAP_END(name, ret) GBLOG(&g_curTag, 7, name " end ret=%d", static_cast<int>(ret))
+#define GMAP_START_B(name) GBLOG(&g_curTag, 7, name " start ")
+#define GMAP_END_B(name, ret) GBLOG(&g_curTag, 7, name " end,ret=%d", static_cast<int>(ret))
 
 namespace gbmap {
 
@@ -51,6 +52,33 @@ int32_t appendOnce(List& list, Elem* elem) {
   }
   return asn_set_add(&list, elem) == 0 ? 0 : -3;
 }
+
+// Kinds of the elements the builder hands out.
+enum class ElementKind { Node, Link, Lane, Movement, Connection };
+
+// The table of unattached elements (v2xapp_gbmap_elements.cpp): an ...Init
+// call records its element, an attach takes it out. Thread-safe.
+void trackElement(void* element, ElementKind kind);
+bool isFreeElement(void* element, ElementKind kind);
+void forgetElement(void* element);
+
+// Attaches an unattached element of `kind` to list: 0; -2 when it is in the
+// list already; -4 when it has a parent elsewhere or was not made as such an
+// element by an ...Init call; -3 when the list cannot grow.
+template <class List, class Elem>
+int32_t attach(List& list, Elem* elem, ElementKind kind) {
+  for (int i = 0; i < list.count; ++i) {
+    if (list.array[i] == elem) return -2;
+  }
+  if (!isFreeElement(elem, kind)) return -4;
+  if (asn_set_add(&list, elem) != 0) return -3;
+  forgetElement(elem);
+  return 0;
+}
+
+// An offset record as the compact record of the public API (its kinds and
+// raw values).
+void pointRecord(const PositionOffsetLLV_t& offset, v2xapp_gbMsg_PosStr_t& out);
 
 // Element index of a list, or null when the index is not below its count.
 template <class List>

@@ -13,7 +13,7 @@
 #include "Position3D.h"
 #include "PositionOffsetLLV.h"
 #include "VerticalOffset.h"
-#include "v2xlog.h"
+#include "gbmap_internal.h"
 
 namespace {
 
@@ -155,7 +155,7 @@ extern "C" {
 int32_t v2xcodec_long2BitString(const int64_t* longData, int8_t avail_bit, BITSTRING_HANDLE p_bitstring) {
   auto* bs = static_cast<BIT_STRING_t*>(p_bitstring);
   if (longData == nullptr || bs == nullptr) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return 0;
   }
   const int bits = avail_bit > 0 ? avail_bit : 0;
@@ -163,7 +163,7 @@ int32_t v2xcodec_long2BitString(const int64_t* longData, int8_t avail_bit, BITST
   const int size = bits / 8 + (rest != 0 ? 1 : 0);
   auto* buf = size > 0 ? static_cast<uint8_t*>(calloc(static_cast<size_t>(size), 1)) : nullptr;
   if (size > 0 && buf == nullptr) {
-    V2XLOG(&g_curTag, 2, "calloc bit string of %d bytes failed", size);
+    GBLOG(&g_curTag, 2, "calloc bit string of %d bytes failed", size);
     bs->buf = nullptr;
     bs->size = 0;
     bs->bits_unused = 0;
@@ -185,7 +185,7 @@ int32_t v2xcodec_long2BitString(const int64_t* longData, int8_t avail_bit, BITST
 int32_t v2xcodec_bitString2Long(BITSTRING_HANDLE p_bitstring, int64_t* longData) {
   const auto* bs = static_cast<const BIT_STRING_t*>(p_bitstring);
   if (bs == nullptr || longData == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return 0;
   }
   int64_t result = 0;
@@ -204,12 +204,12 @@ int32_t v2xcodec_bitString2Long(BITSTRING_HANDLE p_bitstring, int64_t* longData)
 int32_t setPosOffsetLLV(const c_pos3D_t* currPos3D, const c_pos3D_t* hpathPos3D, POSLLV_HANDLE p_outPosOftllv) {
   auto* out = static_cast<PositionOffsetLLV_t*>(p_outPosOftllv);
   if (currPos3D == nullptr || hpathPos3D == nullptr || out == nullptr) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   if (!std::isfinite(currPos3D->lat) || !std::isfinite(currPos3D->lon) || !std::isfinite(hpathPos3D->lat) ||
       !std::isfinite(hpathPos3D->lon)) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   const double difflon = currPos3D->lon - hpathPos3D->lon;
@@ -234,7 +234,7 @@ int32_t setPosOffsetLLV(const c_pos3D_t* currPos3D, const c_pos3D_t* hpathPos3D,
 
 int32_t setPosOffsetV(const c_pos3D_t* currPos3D, const c_pos3D_t* hpathPos3D, PositionOffsetLLV_t* outPosOftllv) {
   if (currPos3D == nullptr || hpathPos3D == nullptr || outPosOftllv == nullptr) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   // A zero elevation means the position has none.
@@ -243,12 +243,12 @@ int32_t setPosOffsetV(const c_pos3D_t* currPos3D, const c_pos3D_t* hpathPos3D, P
     return 0;
   }
   if (!std::isfinite(currPos3D->elevation) || !std::isfinite(hpathPos3D->elevation)) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   VerticalOffset_t* v = newVertical();
   if (v == nullptr) {
-    V2XLOG(&g_curTag, 2, "calloc VerticalOffset failed");
+    GBLOG(&g_curTag, 2, "calloc VerticalOffset failed");
     outPosOftllv->offsetV = nullptr;
     return -3;
   }
@@ -271,7 +271,7 @@ int32_t setPosOffsetLLVOriginal(POS3D_HANDLE currPos3D, POS3D_HANDLE refPos3D, P
   const auto* ref = static_cast<const Position3D_t*>(refPos3D);
   auto* out = static_cast<PositionOffsetLLV_t*>(p_outPosOftllv);
   if (cur == nullptr || ref == nullptr || out == nullptr) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   // Differences are taken on the low 32 bits, wrapping like 32-bit hardware;
@@ -296,7 +296,7 @@ int32_t setPosOffsetLLVOriginal(POS3D_HANDLE currPos3D, POS3D_HANDLE refPos3D, P
 int32_t setPosOffsetVOriginal(const Position3D_t* currPos3D, const Position3D_t* refPos3D,
                               PositionOffsetLLV_t* outPosOftllv) {
   if (currPos3D == nullptr || refPos3D == nullptr || outPosOftllv == nullptr) {
-    V2XLOG(&g_curTag, 2, "input para error");
+    GBLOG(&g_curTag, 2, "input para error");
     return -2;
   }
   if (currPos3D->elevation == nullptr || refPos3D->elevation == nullptr) {
@@ -305,7 +305,7 @@ int32_t setPosOffsetVOriginal(const Position3D_t* currPos3D, const Position3D_t*
   }
   VerticalOffset_t* v = newVertical();
   if (v == nullptr) {
-    V2XLOG(&g_curTag, 2, "calloc VerticalOffset failed");
+    GBLOG(&g_curTag, 2, "calloc VerticalOffset failed");
     outPosOftllv->offsetV = nullptr;
     return -3;
   }
@@ -327,7 +327,7 @@ int32_t setPosOffsetVOriginal(const Position3D_t* currPos3D, const Position3D_t*
 int32_t prasePosOffsetLLV(POSLLV_HANDLE p_posOftllv, const c_pos3D_t* initPos3D, c_pos3D_t* outPos3D) {
   const auto* offset = static_cast<const PositionOffsetLLV_t*>(p_posOftllv);
   if (offset == nullptr || initPos3D == nullptr || outPos3D == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return -1;
   }
   // Read the reference first: the output may be the reference itself.
@@ -351,7 +351,7 @@ int32_t prasePosOffsetLLV(POSLLV_HANDLE p_posOftllv, const c_pos3D_t* initPos3D,
 
 int32_t prasePosOffsetV(const VerticalOffset_t* vertoft, const c_pos3D_t* initPos3D, c_pos3D_t* outPos3D) {
   if (initPos3D == nullptr || outPos3D == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return -1;
   }
   // Even an absolute elevation is taken only against a reference that has one.
@@ -373,7 +373,7 @@ int32_t prasePosOffsetLLVOriginal(POSLLV_HANDLE p_posOftllv, POS3D_HANDLE initPo
   const auto* init = static_cast<const Position3D_t*>(initPos3D);
   auto* out = static_cast<Position3D_t*>(outPos3D);
   if (offset == nullptr || init == nullptr || out == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return -1;
   }
   long lon = 0;
@@ -397,7 +397,7 @@ int32_t prasePosOffsetVOriginal(const VerticalOffset_t* vertoft, POS3D_HANDLE in
   const auto* init = static_cast<const Position3D_t*>(initPos3D);
   auto* out = static_cast<Position3D_t*>(outPos3D);
   if (init == nullptr || out == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return -1;
   }
   if (vertoft == nullptr || init->elevation == nullptr) {
@@ -411,7 +411,7 @@ int32_t prasePosOffsetVOriginal(const VerticalOffset_t* vertoft, POS3D_HANDLE in
   }
   auto* elev = static_cast<Elevation_t*>(calloc(1, sizeof(Elevation_t)));
   if (elev == nullptr) {
-    V2XLOG(&g_curTag, 2, "calloc Elevation failed");
+    GBLOG(&g_curTag, 2, "calloc Elevation failed");
     out->elevation = nullptr;
     return -3;
   }
@@ -422,7 +422,7 @@ int32_t prasePosOffsetVOriginal(const VerticalOffset_t* vertoft, POS3D_HANDLE in
 
 int32_t v2xcodec_GBpraseMsgPos(const v2xapp_gbMsg_PosStr_t* p_msgPos, const c_pos3D_t* initPos3D, c_pos3D_t* outPos3D) {
   if (p_msgPos == nullptr || initPos3D == nullptr || outPos3D == nullptr) {
-    V2XLOG(&g_curTag, 2, "input param error");
+    GBLOG(&g_curTag, 2, "input param error");
     return -1;
   }
   const c_pos3D_t init = *initPos3D;
@@ -443,6 +443,49 @@ int32_t v2xcodec_GBpraseMsgPos(const v2xapp_gbMsg_PosStr_t* p_msgPos, const c_po
     outPos3D->elevIsValid = false;
   }
   return 0;
+}
+
+int32_t v2xcodec_GBsetMsgPos(const c_pos3D_t* currPos3D, const c_pos3D_t* refPos3D, v2xapp_gbMsg_PosStr_t* p_msgPos) {
+  if (p_msgPos == nullptr) {
+    GBLOG(&g_curTag, 2, "input para error");
+    return -2;
+  }
+  PositionOffsetLLV_t offset{};
+  const int32_t ret = setPosOffsetLLV(currPos3D, refPos3D, &offset);
+  if (ret == 0) {
+    *p_msgPos = v2xapp_gbMsg_PosStr_t{};
+    gbmap::pointRecord(offset, *p_msgPos);
+  }
+  ASN_STRUCT_FREE_CONTENTS_ONLY(asn_DEF_PositionOffsetLLV, &offset);
+  return ret;
+}
+
+int32_t v2xcodec_GBsetMsgPosOriginal(const v2xapp_gbMsg_PosStr_t* currPos, const v2xapp_gbMsg_PosStr_t* refPos,
+                                     v2xapp_gbMsg_PosStr_t* p_msgPos) {
+  if (currPos == nullptr || refPos == nullptr || p_msgPos == nullptr ||
+      currPos->m_codeType != COMMON_POSCODETYPE_position_LatLon ||
+      refPos->m_codeType != COMMON_POSCODETYPE_position_LatLon) {
+    GBLOG(&g_curTag, 2, "input para error");
+    return -2;
+  }
+  // The codec's positions, their elevations borrowed from the records.
+  Elevation_t elev[2] = {static_cast<Elevation_t>(currPos->m_elev), static_cast<Elevation_t>(refPos->m_elev)};
+  Position3D_t pos[2] = {};
+  const v2xapp_gbMsg_PosStr_t* from[2] = {currPos, refPos};
+  for (int i = 0; i < 2; ++i) {
+    pos[i].lat = static_cast<Latitude_t>(from[i]->m_lat);
+    pos[i].Long = static_cast<Longitude_t>(from[i]->m_lon);
+    const bool hasElev = from[i]->m_isContainV && from[i]->m_elevType == COMMON_POSELETYPE_PR_elevation;
+    pos[i].elevation = hasElev ? &elev[i] : nullptr;
+  }
+  PositionOffsetLLV_t offset{};
+  const int32_t ret = setPosOffsetLLVOriginal(&pos[0], &pos[1], &offset);
+  if (ret == 0) {
+    *p_msgPos = v2xapp_gbMsg_PosStr_t{};
+    gbmap::pointRecord(offset, *p_msgPos);
+  }
+  ASN_STRUCT_FREE_CONTENTS_ONLY(asn_DEF_PositionOffsetLLV, &offset);
+  return ret;
 }
 
 }  // extern "C"

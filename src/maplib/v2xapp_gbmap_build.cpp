@@ -5,6 +5,8 @@
 #include "gbmap_internal.h"
 
 using gbmap::appendOnce;
+using gbmap::attach;
+using gbmap::ElementKind;
 using gbmap::ensure;
 using gbmap::newRecord;
 
@@ -95,9 +97,6 @@ int32_t addSpeedLimit(SpeedLimitList*& limits, long type, long speed) {
   return 0;
 }
 
-// Result of appending an element: -2 when it is in the list already.
-int32_t appendResult(int32_t rc) { return rc == -1 ? -2 : rc; }
-
 }  // namespace
 
 extern "C" {
@@ -107,10 +106,10 @@ int32_t v2xapp_GBMapAddNode(V2XAPP_GBMHANDLE mapHandle, V2XAPP_GBMHANDLE nodeHan
   int32_t ret = -2;
   MapData_t* map = gbmap::mapOf(mapHandle);
   if (map == nullptr || nodeHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null map or node, or not a map frame");
+    GBLOG(&g_curTag, 2, "null map or node, or not a map frame");
   } else {
-    ret = appendResult(appendOnce(map->nodes.list, static_cast<Node_t*>(nodeHandle)));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "node not added (%d)", static_cast<int>(ret));
+    ret = attach(map->nodes.list, static_cast<Node_t*>(nodeHandle), ElementKind::Node);
+    if (ret != 0) GBLOG(&g_curTag, 2, "node not added (%d)", static_cast<int>(ret));
   }
   GMAP_END("v2xapp_GBMapAddNode", ret);
   return ret;
@@ -122,7 +121,7 @@ int32_t v2xapp_GBMapNodeInit(V2XAPP_GBMHANDLE* p_nodeHandle, uint64_t nodeID, ui
   int32_t ret = -2;
   auto* node = p_nodeHandle != nullptr ? newRecord<Node_t>() : nullptr;
   if (node == nullptr) {
-    V2XLOG(&g_curTag, 2, "null handle place or no memory for a Node");
+    GBLOG(&g_curTag, 2, "null handle place or no memory for a Node");
   } else {
     bool ok = setReference(node->id, nodeID, pregion);
     if (ok && pnodeName != nullptr) {
@@ -131,10 +130,11 @@ int32_t v2xapp_GBMapNodeInit(V2XAPP_GBMHANDLE* p_nodeHandle, uint64_t nodeID, ui
            OCTET_STRING_fromBuf(node->name, reinterpret_cast<const char*>(pnodeName), nodeNameLen) == 0;
     }
     if (ok) {
+      gbmap::trackElement(node, ElementKind::Node);
       *p_nodeHandle = node;
       ret = 0;
     } else {
-      V2XLOG(&g_curTag, 2, "no memory for the node's region or name");
+      GBLOG(&g_curTag, 2, "no memory for the node's region or name");
       ASN_STRUCT_FREE(asn_DEF_Node, node);
       ret = -3;
     }
@@ -147,11 +147,11 @@ int32_t v2xapp_GBMapNodeSetID(V2XAPP_GBMHANDLE mapNodeHandle, uint64_t id, uint6
   GMAP_START("v2xapp_GBMapSetLinkUpStreamNodeID");
   int32_t ret = -2;
   if (mapNodeHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null node");
+    GBLOG(&g_curTag, 2, "null node");
   } else if (setReference(static_cast<Node_t*>(mapNodeHandle)->id, id, pregion)) {
     ret = 0;
   } else {
-    V2XLOG(&g_curTag, 2, "no memory for the region");
+    GBLOG(&g_curTag, 2, "no memory for the region");
   }
   GMAP_END("v2xapp_GBMapSetLinkUpStreamNodeID", ret);
   return ret;
@@ -163,7 +163,7 @@ int32_t v2xapp_GBMapNodeSetRefPos(V2XAPP_GBMHANDLE mapNodeHandle, int64_t lat, i
   auto* node = static_cast<Node_t*>(mapNodeHandle);
   Elevation_t* elev = pelev != nullptr ? newRecord<Elevation_t>() : nullptr;
   if (node == nullptr || (pelev != nullptr && elev == nullptr)) {
-    V2XLOG(&g_curTag, 2, "null node or no memory for the elevation");
+    GBLOG(&g_curTag, 2, "null node or no memory for the elevation");
     std::free(elev);
   } else {
     node->refPos.lat = static_cast<Latitude_t>(lat);
@@ -182,13 +182,13 @@ int32_t v2xapp_GBMapNodeAddLink(V2XAPP_GBMHANDLE mapNodeHandle, V2XAPP_GBMHANDLE
   int32_t ret = -2;
   auto* node = static_cast<Node_t*>(mapNodeHandle);
   if (node == nullptr || mapLinkHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null node or link");
+    GBLOG(&g_curTag, 2, "null node or link");
   } else if (ensure(node->inLinks) == nullptr) {
-    V2XLOG(&g_curTag, 2, "no memory for the link list");
+    GBLOG(&g_curTag, 2, "no memory for the link list");
     ret = -3;
   } else {
-    ret = appendResult(appendOnce(node->inLinks->list, static_cast<Link_t*>(mapLinkHandle)));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "link not added (%d)", static_cast<int>(ret));
+    ret = attach(node->inLinks->list, static_cast<Link_t*>(mapLinkHandle), ElementKind::Link);
+    if (ret != 0) GBLOG(&g_curTag, 2, "link not added (%d)", static_cast<int>(ret));
   }
   GMAP_END("v2xapp_GBMapNodeAddLink", ret);
   return ret;
@@ -199,8 +199,9 @@ int32_t v2xapp_GBMapLinkInit(V2XAPP_GBMHANDLE* p_linkHandle) {
   int32_t ret = -2;
   auto* link = p_linkHandle != nullptr ? newRecord<Link_t>() : nullptr;
   if (link == nullptr) {
-    V2XLOG(&g_curTag, 2, "null handle place or no memory for a Link");
+    GBLOG(&g_curTag, 2, "null handle place or no memory for a Link");
   } else {
+    gbmap::trackElement(link, ElementKind::Link);
     *p_linkHandle = link;
     ret = 0;
   }
@@ -213,10 +214,10 @@ int32_t v2xapp_GBMapLinkSetName(V2XAPP_GBMHANDLE mapLinkHandle, uint8_t* plinkNa
   int32_t ret = -2;
   auto* link = static_cast<Link_t*>(mapLinkHandle);
   if (link == nullptr || plinkName == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link or name");
+    GBLOG(&g_curTag, 2, "null link or name");
   } else if (ensure(link->name) == nullptr ||
              OCTET_STRING_fromBuf(link->name, reinterpret_cast<const char*>(plinkName), linkNameLen) != 0) {
-    V2XLOG(&g_curTag, 2, "no memory for the name");
+    GBLOG(&g_curTag, 2, "no memory for the name");
     ret = -3;
   } else {
     ret = 0;
@@ -229,11 +230,11 @@ int32_t v2xapp_GBMapLinkSetUpStreamNodeID(V2XAPP_GBMHANDLE mapLinkHandle, uint64
   GMAP_START("v2xapp_GBMapSetLinkUpStreamNodeID");
   int32_t ret = -2;
   if (mapLinkHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link");
+    GBLOG(&g_curTag, 2, "null link");
   } else if (setReference(static_cast<Link_t*>(mapLinkHandle)->upstreamNodeId, id, pregion)) {
     ret = 0;
   } else {
-    V2XLOG(&g_curTag, 2, "no memory for the region");
+    GBLOG(&g_curTag, 2, "no memory for the region");
   }
   GMAP_END("v2xapp_GBMapSetLinkUpStreamNodeID", ret);
   return ret;
@@ -244,10 +245,10 @@ int32_t v2xapp_GBMapLinkAddSpeedLimits(V2XAPP_GBMHANDLE mapLinkHandle, uint8_t l
   int32_t ret = -2;
   auto* link = static_cast<Link_t*>(mapLinkHandle);
   if (link == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link");
+    GBLOG(&g_curTag, 2, "null link");
   } else {
     ret = addSpeedLimit(link->speedLimits, limit_type, static_cast<long>(speed));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "no memory for the speed limit");
+    if (ret != 0) GBLOG(&g_curTag, 2, "no memory for the speed limit");
   }
   GMAP_END("v2xapp_GBMapLinkSetSpeedLimits", ret);
   return ret;
@@ -257,7 +258,7 @@ int32_t v2xapp_GBMapLinkSetlinkWidth(V2XAPP_GBMHANDLE mapLinkHandle, uint64_t li
   GMAP_START("v2xapp_GBMapLinkSetlinkWidth");
   int32_t ret = -2;
   if (mapLinkHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link");
+    GBLOG(&g_curTag, 2, "null link");
   } else {
     static_cast<Link_t*>(mapLinkHandle)->linkWidth = static_cast<LaneWidth_t>(linkwidth);
     ret = 0;
@@ -271,10 +272,10 @@ int32_t v2xapp_GBMapLinkAddlane(V2XAPP_GBMHANDLE mapLinkHandle, V2XAPP_GBMHANDLE
   int32_t ret = -2;
   auto* link = static_cast<Link_t*>(mapLinkHandle);
   if (link == nullptr || mapLaneHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link or lane");
+    GBLOG(&g_curTag, 2, "null link or lane");
   } else {
-    ret = appendResult(appendOnce(link->lanes.list, static_cast<Lane_t*>(mapLaneHandle)));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "lane not added (%d)", static_cast<int>(ret));
+    ret = attach(link->lanes.list, static_cast<Lane_t*>(mapLaneHandle), ElementKind::Lane);
+    if (ret != 0) GBLOG(&g_curTag, 2, "lane not added (%d)", static_cast<int>(ret));
   }
   GMAP_END("v2xapp_GBMapLinkAddlane", ret);
   return ret;
@@ -286,10 +287,10 @@ int32_t v2xapp_GBMapLinkAddPoint(V2XAPP_GBMHANDLE mapLinkHandle, uint16_t postyp
   int32_t ret = -2;
   auto* link = static_cast<Link_t*>(mapLinkHandle);
   if (link == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link");
+    GBLOG(&g_curTag, 2, "null link");
   } else {
     ret = addPoint(link->points, newPoint(postype, posvala, posvalb, elevtype, elevval, false));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "no memory for the point");
+    if (ret != 0) GBLOG(&g_curTag, 2, "no memory for the point");
   }
   GMAP_END_B("v2xapp_GBMapLinkAddPoint", ret);
   return ret;
@@ -300,9 +301,10 @@ int32_t v2xapp_GBMapLinkMovementInit(V2XAPP_GBMHANDLE* p_mapLinkMomentHandle, ui
   int32_t ret = -2;
   auto* movement = p_mapLinkMomentHandle != nullptr ? newRecord<Movement_t>() : nullptr;
   if (movement == nullptr || !setReference(movement->remoteIntersection, id, pregion)) {
-    V2XLOG(&g_curTag, 2, "null handle place or no memory for a Movement");
+    GBLOG(&g_curTag, 2, "null handle place or no memory for a Movement");
     std::free(movement);
   } else {
+    gbmap::trackElement(movement, ElementKind::Movement);
     *p_mapLinkMomentHandle = movement;
     ret = 0;
   }
@@ -315,13 +317,13 @@ int32_t v2xapp_GBMapLinkAddMovement(V2XAPP_GBMHANDLE mapLinkHandle, V2XAPP_GBMHA
   int32_t ret = -2;
   auto* link = static_cast<Link_t*>(mapLinkHandle);
   if (link == nullptr || movementHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null link or movement");
+    GBLOG(&g_curTag, 2, "null link or movement");
   } else if (ensure(link->movements) == nullptr) {
-    V2XLOG(&g_curTag, 2, "no memory for the movement list");
+    GBLOG(&g_curTag, 2, "no memory for the movement list");
     ret = -3;
   } else {
-    ret = appendResult(appendOnce(link->movements->list, static_cast<Movement_t*>(movementHandle)));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "movement not added (%d)", static_cast<int>(ret));
+    ret = attach(link->movements->list, static_cast<Movement_t*>(movementHandle), ElementKind::Movement);
+    if (ret != 0) GBLOG(&g_curTag, 2, "movement not added (%d)", static_cast<int>(ret));
   }
   GMAP_END_B("v2xapp_GBMapLinkAddMovement", ret);
   return ret;
@@ -332,7 +334,7 @@ int32_t v2xapp_GBMapLinkMovementSetPhaseID(V2XAPP_GBMHANDLE movementHandle, uint
   int32_t ret = -2;
   auto* movement = static_cast<Movement_t*>(movementHandle);
   if (movement == nullptr || ensure(movement->phaseId) == nullptr) {
-    V2XLOG(&g_curTag, 2, "null movement or no memory for the phase");
+    GBLOG(&g_curTag, 2, "null movement or no memory for the phase");
   } else {
     *movement->phaseId = static_cast<PhaseID_t>(phaseId);
     ret = 0;
@@ -346,9 +348,10 @@ int32_t v2xapp_GBMapLinkLaneInit(V2XAPP_GBMHANDLE* p_mapLinkLaneHandle, uint64_t
   int32_t ret = -2;
   auto* lane = p_mapLinkLaneHandle != nullptr ? newRecord<Lane_t>() : nullptr;
   if (lane == nullptr) {
-    V2XLOG(&g_curTag, 2, "null handle place or no memory for a Lane");
+    GBLOG(&g_curTag, 2, "null handle place or no memory for a Lane");
   } else {
     lane->laneID = static_cast<LaneID_t>(laneID);
+    gbmap::trackElement(lane, ElementKind::Lane);
     *p_mapLinkLaneHandle = lane;
     ret = 0;
   }
@@ -361,7 +364,7 @@ int32_t v2xapp_GBMapLinkLaneSetLaneWidth(V2XAPP_GBMHANDLE laneHandle, uint64_t w
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr || ensure(lane->laneWidth) == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane or no memory for the width");
+    GBLOG(&g_curTag, 2, "null lane or no memory for the width");
   } else {
     *lane->laneWidth = static_cast<LaneWidth_t>(width);
     ret = 0;
@@ -376,9 +379,9 @@ int32_t v2xapp_GBMapLinkLaneSetLaneAttributes(V2XAPP_GBMHANDLE laneHandle, uint1
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane");
+    GBLOG(&g_curTag, 2, "null lane");
   } else if (ensure(lane->laneAttributes) == nullptr) {
-    V2XLOG(&g_curTag, 2, "no memory for the lane attributes");
+    GBLOG(&g_curTag, 2, "no memory for the lane attributes");
     ret = -4;
   } else {
     LaneTypeAttributes_t& laneType = lane->laneAttributes->laneType;
@@ -393,7 +396,7 @@ int32_t v2xapp_GBMapLinkLaneSetLaneAttributes(V2XAPP_GBMHANDLE laneHandle, uint1
     laneType.present = static_cast<LaneTypeAttributes_PR>(type);
     ret = 0;
     if (!known) {
-      V2XLOG(&g_curTag, 2, "unknown lane type %u", static_cast<unsigned>(type));
+      GBLOG(&g_curTag, 2, "unknown lane type %u", static_cast<unsigned>(type));
       ret = -3;
     } else if (!putBits(typeBits, typeVal, kLaneTypeBits[type - 1].octets, kLaneTypeBits[type - 1].unused)) {
       ret = -4;
@@ -408,7 +411,7 @@ int32_t v2xapp_GBMapLinkLaneSetLaneAttributes(V2XAPP_GBMHANDLE laneHandle, uint1
         lane->laneAttributes->shareWith = share;
       }
     }
-    if (ret == -4) V2XLOG(&g_curTag, 2, "no memory for the attribute bits");
+    if (ret == -4) GBLOG(&g_curTag, 2, "no memory for the attribute bits");
   }
   GMAP_END_B("v2xapp_GBMapLaneInit", ret);
   return ret;
@@ -419,9 +422,9 @@ int32_t v2xapp_GBMapLaneSetManeuvers(V2XAPP_GBMHANDLE laneHandle, uint64_t* pman
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr || pmaneuverValue == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane or value");
+    GBLOG(&g_curTag, 2, "null lane or value");
   } else if (ensure(lane->maneuvers) == nullptr || !putBits(*lane->maneuvers, *pmaneuverValue, 2, 6)) {
-    V2XLOG(&g_curTag, 2, "no memory for the maneuvers");
+    GBLOG(&g_curTag, 2, "no memory for the maneuvers");
   } else {
     ret = 0;
   }
@@ -435,10 +438,10 @@ int32_t v2xapp_GBMapLaneAddPoint(V2XAPP_GBMHANDLE laneHandle, uint16_t postype, 
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane");
+    GBLOG(&g_curTag, 2, "null lane");
   } else {
     ret = addPoint(lane->points, newPoint(postype, posvala, posvalb, elevtype, elevval, true));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "no memory for the point");
+    if (ret != 0) GBLOG(&g_curTag, 2, "no memory for the point");
   }
   GMAP_END_B("v2xapp_GBMapLaneAddPoint", ret);
   return ret;
@@ -449,10 +452,10 @@ int32_t v2xapp_GBMapLaneAddSpeedLimit(V2XAPP_GBMHANDLE laneHandle, uint16_t limi
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane");
+    GBLOG(&g_curTag, 2, "null lane");
   } else {
     ret = addSpeedLimit(lane->speedLimits, limitType, static_cast<long>(limitspeed));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "no memory for the speed limit");
+    if (ret != 0) GBLOG(&g_curTag, 2, "no memory for the speed limit");
   }
   GMAP_END_B("v2xapp_GBMapLaneSetSpeedLimit", ret);
   return ret;
@@ -463,9 +466,10 @@ int32_t v2xapp_GBMapLaneConnectToInit(V2XAPP_GBMHANDLE* p_mapLaneConnectToHandle
   int32_t ret = -2;
   auto* connection = p_mapLaneConnectToHandle != nullptr ? newRecord<Connection_t>() : nullptr;
   if (connection == nullptr || !setReference(connection->remoteIntersection, id, pregion)) {
-    V2XLOG(&g_curTag, 2, "null handle place or no memory for a Connection");
+    GBLOG(&g_curTag, 2, "null handle place or no memory for a Connection");
     std::free(connection);
   } else {
+    gbmap::trackElement(connection, ElementKind::Connection);
     *p_mapLaneConnectToHandle = connection;
     ret = 0;
   }
@@ -480,13 +484,13 @@ int32_t v2xapp_GBMapLaneConnectToSetConnectingLane(V2XAPP_GBMHANDLE connectToHan
   auto* connection = static_cast<Connection_t*>(connectToHandle);
   ConnectingLane* lane = connection != nullptr ? ensure(connection->connectingLane) : nullptr;
   if (lane == nullptr) {
-    V2XLOG(&g_curTag, 2, "null connection or no memory for the connecting lane");
+    GBLOG(&g_curTag, 2, "null connection or no memory for the connecting lane");
   } else {
     lane->lane = static_cast<LaneID_t>(laneID);
     ret = 0;
     if (pmaneuverValue != nullptr &&
         (ensure(lane->maneuver) == nullptr || !putBits(*lane->maneuver, *pmaneuverValue, 2, 4))) {
-      V2XLOG(&g_curTag, 2, "no memory for the maneuvers");
+      GBLOG(&g_curTag, 2, "no memory for the maneuvers");
       ret = -2;
     }
   }
@@ -499,9 +503,9 @@ int32_t v2xapp_GBMapLaneConnectToSetPhaseID(V2XAPP_GBMHANDLE connectToHandle, ui
   int32_t ret = -2;
   auto* connection = static_cast<Connection_t*>(connectToHandle);
   if (connection == nullptr || phaseId == nullptr) {
-    V2XLOG(&g_curTag, 2, "null connection or phase");
+    GBLOG(&g_curTag, 2, "null connection or phase");
   } else if (ensure(connection->phaseId) == nullptr) {
-    V2XLOG(&g_curTag, 2, "no memory for the phase");
+    GBLOG(&g_curTag, 2, "no memory for the phase");
     ret = -3;
   } else {
     *connection->phaseId = static_cast<PhaseID_t>(*phaseId);
@@ -516,13 +520,13 @@ int32_t v2xapp_GBMapLaneAddConnectTo(V2XAPP_GBMHANDLE laneHandle, V2XAPP_GBMHAND
   int32_t ret = -2;
   auto* lane = static_cast<Lane_t*>(laneHandle);
   if (lane == nullptr || connectToHandle == nullptr) {
-    V2XLOG(&g_curTag, 2, "null lane or connection");
+    GBLOG(&g_curTag, 2, "null lane or connection");
   } else if (ensure(lane->connectsTo) == nullptr) {
-    V2XLOG(&g_curTag, 2, "no memory for the connection list");
+    GBLOG(&g_curTag, 2, "no memory for the connection list");
     ret = -3;
   } else {
-    ret = appendResult(appendOnce(lane->connectsTo->list, static_cast<Connection_t*>(connectToHandle)));
-    if (ret != 0) V2XLOG(&g_curTag, 2, "connection not added (%d)", static_cast<int>(ret));
+    ret = attach(lane->connectsTo->list, static_cast<Connection_t*>(connectToHandle), ElementKind::Connection);
+    if (ret != 0) GBLOG(&g_curTag, 2, "connection not added (%d)", static_cast<int>(ret));
   }
   GMAP_END_B("v2xapp_GBMapLaneConnectToInit", ret);
   return ret;

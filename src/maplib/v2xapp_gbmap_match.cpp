@@ -87,11 +87,11 @@ int32_t v2xapp_GBMapMatchLane(void* vehpos, V2XAPP_GBMHANDLE mapLaneHandle, void
   auto* result = static_cast<MapSearch_t*>(mapresult);
   const MapData_t* map = gbmap::mapOf(mapLaneHandle);
   if (veh == nullptr || result == nullptr || map == nullptr) {
-    V2XLOG(&g_curTag, 2, "null argument or not a map frame");
+    GBLOG(&g_curTag, 2, "null argument or not a map frame");
     return -2;
   }
   if (!gbmap::vehicleUsable(veh->lat, veh->lon)) {
-    V2XLOG(&g_curTag, 2, "vehicle position lat=%f lon=%f unusable", veh->lat, veh->lon);
+    GBLOG(&g_curTag, 2, "vehicle position lat=%f lon=%f unusable", veh->lat, veh->lon);
     return -2;
   }
   for (int ifornode = 0; ifornode < map->nodes.list.count; ++ifornode) {
@@ -117,10 +117,10 @@ int32_t v2xapp_GBMapMatchLane(void* vehpos, V2XAPP_GBMHANDLE mapLaneHandle, void
               !gbmap::footDistance(seg, foot, veh->lon, veh->lat, distance)) {
             continue;
           }
-          V2XLOG(&g_curTag, 6, "node=%d  link=%d  lane=%d  pointnum=%d distance=%f,lanewidth=%f", ifornode, iforlink,
-                 iforlane, pointnum, distance, lanewidth);
+          GBLOG(&g_curTag, 6, "node=%d  link=%d  lane=%d  pointnum=%d distance=%f,lanewidth=%f", ifornode, iforlink,
+                iforlane, pointnum, distance, lanewidth);
           if (gbmap::withinHalfWidth(distance, lanewidth)) {
-            V2XLOG(&g_curTag, 4, "map matched nodeIndex=%d:linkINdex=%d:laneIndex=%d", ifornode, iforlink, iforlane);
+            GBLOG(&g_curTag, 4, "map matched nodeIndex=%d:linkINdex=%d:laneIndex=%d", ifornode, iforlink, iforlane);
             result->CurrentLane = iforlane;
             result->CurrentLink = iforlink;
             result->CurrentNode = ifornode;
@@ -135,7 +135,7 @@ int32_t v2xapp_GBMapMatchLane(void* vehpos, V2XAPP_GBMHANDLE mapLaneHandle, void
 
 int32_t v2xapp_GBMapPraseLaneAttributes(LaneAttributes_t* asn1_laneAttr, c_laneAttr_t* laneAttr) {
   if (asn1_laneAttr == nullptr || laneAttr == nullptr) {
-    V2XLOG(&g_curTag, 3, "input para error!");
+    GBLOG(&g_curTag, 3, "input para error!");
     return -1;
   }
   const BIT_STRING_t* bits = typeBits(asn1_laneAttr->laneType);

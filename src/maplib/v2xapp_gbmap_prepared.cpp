@@ -245,11 +245,11 @@ int64_t v2xapp_GBMapMatcher::search(const NodeIndex& n, double lon, double lat) 
 extern "C" {
 
 int32_t v2xapp_GBMapMatchPrepare(V2XAPP_GBMHANDLE mapHandle, V2XAPP_GBMMATCHER* p_matcher) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   const MapData_t* map = gbmap::mapOf(mapHandle);
   if (map == nullptr || p_matcher == nullptr) {
-    V2XLOG(&g_curTag, 2, "null argument or not a map frame");
+    GBLOG(&g_curTag, 2, "null argument or not a map frame");
   } else {
     auto* matcher = new (std::nothrow) v2xapp_GBMapMatcher;
     try {
@@ -260,24 +260,24 @@ int32_t v2xapp_GBMapMatchPrepare(V2XAPP_GBMHANDLE mapHandle, V2XAPP_GBMMATCHER* 
     }
     if (ret == 0) {
       *p_matcher = matcher;
-      V2XLOG(&g_curTag, 5, "prepared %zu segments of %zu nodes", matcher->m_segments.size(), matcher->m_nodes.size());
+      GBLOG(&g_curTag, 5, "prepared %zu segments of %zu nodes", matcher->m_segments.size(), matcher->m_nodes.size());
     } else {
-      V2XLOG(&g_curTag, 2, "no memory to prepare the map");
+      GBLOG(&g_curTag, 2, "no memory to prepare the map");
       delete matcher;
     }
   }
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 
 int32_t v2xapp_GBMapMatchPrepared(V2XAPP_GBMMATCHER matcher, const c_pos3D_t* vehpos, MapSearch_t* mapresult) {
   if (matcher == nullptr || vehpos == nullptr || mapresult == nullptr) {
-    V2XLOG(&g_curTag, 2, "null argument");
+    GBLOG(&g_curTag, 2, "null argument");
     return -2;
   }
   const double lat = vehpos->lat, lon = vehpos->lon;
   if (!gbmap::vehicleUsable(lat, lon)) {
-    V2XLOG(&g_curTag, 2, "vehicle position lat=%f lon=%f unusable", lat, lon);
+    GBLOG(&g_curTag, 2, "vehicle position lat=%f lon=%f unusable", lat, lon);
     return -2;
   }
   const double boxLon = normLon(lon);
@@ -288,7 +288,7 @@ int32_t v2xapp_GBMapMatchPrepared(V2XAPP_GBMMATCHER matcher, const c_pos3D_t* ve
     const int64_t i = matcher->search(n, lon, lat);
     if (i < 0) continue;
     const Segment& s = matcher->m_segments[static_cast<size_t>(i)];
-    V2XLOG(&g_curTag, 6, "map matched nodeIndex=%d:linkINdex=%d:laneIndex=%d", s.m_node, s.m_link, s.m_lane);
+    GBLOG(&g_curTag, 6, "map matched nodeIndex=%d:linkINdex=%d:laneIndex=%d", s.m_node, s.m_link, s.m_lane);
     mapresult->CurrentLane = s.m_lane;
     mapresult->CurrentLink = s.m_link;
     mapresult->CurrentNode = s.m_node;
@@ -298,14 +298,14 @@ int32_t v2xapp_GBMapMatchPrepared(V2XAPP_GBMMATCHER matcher, const c_pos3D_t* ve
 }
 
 int32_t v2xapp_GBMapMatchRelease(V2XAPP_GBMMATCHER* p_matcher) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   if (p_matcher != nullptr && *p_matcher != nullptr) {
     delete *p_matcher;
     *p_matcher = nullptr;
     ret = 0;
   }
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }
 

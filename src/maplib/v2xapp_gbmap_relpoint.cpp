@@ -63,11 +63,11 @@ void convertPoints(PointList* points, const Position3D_t& ref) {
 }  // namespace
 
 extern "C" int32_t v2xapp_convAbsPoint2RelPoint(V2XAPP_GBMHANDLE handle) {
-  V2XLOG_START(&g_curTag);
+  GBLOG_START(&g_curTag);
   int32_t ret = -2;
   MapData_t* map = gbmap::mapOf(handle);
   if (map == nullptr) {
-    V2XLOG(&g_curTag, 2, "null handle or not a map frame");
+    GBLOG(&g_curTag, 2, "null handle or not a map frame");
   } else {
     for (int n = 0; n < map->nodes.list.count; ++n) {
       Node_t* node = map->nodes.list.array[n];
@@ -83,6 +83,6 @@ extern "C" int32_t v2xapp_convAbsPoint2RelPoint(V2XAPP_GBMHANDLE handle) {
     }
     ret = 0;
   }
-  V2XLOG_END(&g_curTag, ret);
+  GBLOG_END(&g_curTag, ret);
   return ret;
 }

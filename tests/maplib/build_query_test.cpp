@@ -225,7 +225,11 @@ TEST(BuildAndQuery, NullArgumentsAndSecondAttachmentsAreRefused) {
       v2xapp_GBMapNodeGetLinkCnt(node, nullptr),
   };
   for (size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(-2, results[i]) << "call " << i;
-  log.expect({"[GMAP][ERR] src/maplib/v2xapp_gbmap_build.cpp:v2xapp_GBMapAddNode:"});
+  // Each failure is logged at the place of the public call that failed.
+  log.expect({"[GMAP][ERR] src/maplib/v2xapp_gbmap_build.cpp:v2xapp_GBMapAddNode:",
+              "[GMAP][ERR] src/maplib/v2xapp_gbmap_query.cpp:v2xapp_GBMapGetNodeName:",
+              "[GMAP][ERR] src/maplib/v2xapp_gbmap_query.cpp:v2xapp_GBMapNodeGetLinkCnt:"});
+  EXPECT_EQ(std::string::npos, log.since().find("operator()")) << log.since();
 
   EXPECT_EQ(0, v2xapp_GBMapNodeAddLink(node, link));
   EXPECT_EQ(-2, v2xapp_GBMapNodeAddLink(node, link));  // once is enough: the free would release it twice

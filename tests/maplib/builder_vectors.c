@@ -5,19 +5,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "c_check.h"
 #include "v2xapp_gbmap.h"
 #include "v2xapp_gbmap_build.h"
 #include "v2xapp_gbmap_query.h"
-
-static int g_failures = 0;
-
-#define CHECK(cond)                                                      \
-  do {                                                                   \
-    if (!(cond)) {                                                       \
-      fprintf(stderr, "%s:%d: failed: %s\n", __FILE__, __LINE__, #cond); \
-      g_failures++;                                                      \
-    }                                                                    \
-  } while (0)
 
 /* D1: msgCnt 1; one node {id 1, no region, lat 397870006, long 1165119042}. */
 static void buildD1(void) {

@@ -76,6 +76,9 @@ bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level);
 void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
 /* Flushes the outputs (tests and shutdown). */
 void v2xlog_Flush(void);
+/* True once the program set its logging up: v2xlog_Init, v2xlog_AddTag or
+ * v2xlog_SetAllTagLevel was called. */
+bool v2xlog_IsConfigured(void);
 
 /*
  * The one way modules log: V2XLOG(&g_curTag, 2, "open %s error", path) writes

@@ -185,6 +185,8 @@ bool validTag(const char* name) {
 
 bool validLevel(int32 level) { return level >= 0 && level <= V2XLOG_MAX_LEVEL; }
 
+constinit std::atomic<bool> g_configured{false};
+
 }  // namespace
 
 extern "C" {
@@ -192,11 +194,13 @@ extern "C" {
 int32 v2xlog_Init(const char* logFile, const char* defaultTag, int32 fileEnable, int32 consoleEnable,
                   int32 consoleForce) {
   if ((fileEnable != 0 && logFile == nullptr) || defaultTag == nullptr) return -2;
+  g_configured.store(true, std::memory_order_release);
   return Output::instance().init(logFile, defaultTag, fileEnable != 0, consoleEnable != 0, consoleForce != 0);
 }
 
 V2XLOG_HANDLE v2xlog_AddTag(const char* tagName) {
   if (!validTag(tagName)) return nullptr;
+  g_configured.store(true, std::memory_order_release);
   return g_registry.add(tagName);
 }
 
@@ -208,6 +212,7 @@ int32 v2xlog_SetTagLevel(V2XLOG_HANDLE handle, int32 level) {
 
 int32 v2xlog_SetAllTagLevel(int32 level) {
   if (!validLevel(level)) return -2;
+  g_configured.store(true, std::memory_order_release);
   g_registry.setAll(level);
   return 0;
 }
@@ -247,5 +252,7 @@ void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) {
 }
 
 void v2xlog_Flush(void) { Output::instance().flush(); }
+
+bool v2xlog_IsConfigured(void) { return g_configured.load(std::memory_order_acquire); }
 
 }  // extern "C"
