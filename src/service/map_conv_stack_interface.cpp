@@ -32,11 +32,13 @@ v2x_ipc_config_t* ipcConf() {
 }
 
 // Sends the packet built in ipcBuff (head and a body of bodyLen bytes) to the
-// V2X protocol process and waits for its answer in recvData.
+// V2X protocol process and waits for its answer in recvData (null: sends at
+// once and waits for nothing).
 int32 exchangeWithStack(uint8* ipcBuff, uint32 bodyLen, v2xpub_UdpSocketDataHead_t* recvData) {
   v2x_ipc_config_t* conf = ipcConf();
   v2xpub_UdpSocketDataHead_t sendData{static_cast<int16>(kHeadLen + bodyLen), ipcBuff};
   v2xipc_SocketSetSendAddr(g_mapconv_sendhandle, conf, kStackPeer, conf->m_app_rs_rcvport);
+  if (recvData == nullptr) return v2xipc_SocketSend(g_mapconv_sendhandle, &sendData);
   return v2xipc_SocketReqSend(g_mapconv_sendhandle, conf, kReqTimeoutMs, &sendData, recvData);
 }
 
@@ -243,9 +245,9 @@ int32 v2xmapconv_PackMapRefreshAndSendData(int32_t opCode, v2xipc_mapRefresh_t* 
   uint32 bodyLen = 0;
   MapRefresh_fill(ipcBuff + kHeadLen, pmap_refresh_data, &bodyLen);
   v2xipc_FillDataHead(ipcBuff, static_cast<uint16>(opCode), bodyLen);
-  uint8 recvBuff[V2XIPC_MSG_MAX];
-  v2xpub_UdpSocketDataHead_t recvData{V2XIPC_MSG_MAX, recvBuff};
-  int32 ret = exchangeWithStack(ipcBuff, bodyLen, &recvData);
+  // The stack's answer to a notice says nothing: the notice goes out at once,
+  // also while a map data request waits on a stack that does not answer.
+  int32 ret = exchangeWithStack(ipcBuff, bodyLen, nullptr);
   if (ret != 0) {
     V2XLOG(&g_curTag, 3, "UDP send error:%d", ret);
     return ret;

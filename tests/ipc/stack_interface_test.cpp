@@ -120,6 +120,29 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(nullptr), -2);
 }
 
+// A map data request waits on a stack that does not answer; a refresh notice
+// given meanwhile reaches the stack before the request is answered.
+TEST_F(StackInterface, NoticeGoesOutWhileARequestWaits) {
+  std::thread request([] { SendGetMapDataToAPP(nullptr); });
+  Bytes got;
+  sockaddr_in from{};
+  ASSERT_TRUE(peer_.receive(got, &from)) << "the request";
+  ASSERT_GE(got.size(), 21u);
+  EXPECT_EQ(got[17], 10) << "data type of the map data request";
+  v2xipc_mapRefresh_t refresh{};
+  refresh.m_mapFileID = 2;
+  EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(&refresh), 0);
+  Bytes notice;
+  const bool noticed = peer_.receive(notice);
+  peer_.sendTo(from, packet(21, rsuBody(10, 0, {})));  // lets the request end
+  request.join();
+  ASSERT_TRUE(noticed) << "the notice while the request still waits for its answer";
+  ASSERT_GE(notice.size(), 29u);
+  EXPECT_EQ(notice[17], 7) << "data type of the notice";
+  EXPECT_EQ(notice[28], 2) << "file id";
+  EXPECT_EQ(log().find("UDP send error"), std::string::npos);
+}
+
 TEST_F(StackInterface, ResponseChecks) {
   const Bytes noMaps = rsuBody(10, 0, {});
   auto cut = [](Bytes p) {  // one byte less received, the head's body length to match
