@@ -5,6 +5,7 @@
 
 #include "map_conv_mapdown.h"
 #include "map_conv_mapup.h"
+#include "map_conv_profile.h"
 #include "v2xapp_gbmap.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
@@ -171,7 +172,9 @@ int32 v2xmapconv_GetMapDataResp(v2xpub_UdpSocketDataHead_t* mp_data) {
   const uint64 itemsLen = len - kRsuDataLen;
   const int32 dataNo = body->m_dataNo;
   // Each item is looked for at the previous item's length plus two bytes per
-  // item before it: exact for the first two items of a packed list.
+  // item before it: exact for the first two items of a packed list. The field
+  // profile walks the list itself, so every map of the answer goes up.
+  const bool everyItem = v2xmapconv_IsFieldProfile() != 0;
   uint64 offset_len = 0;
   for (int32 index = 0; index < dataNo; ++index) {
     const uint64 pos = offset_len + 2ULL * static_cast<uint64>(index);
@@ -191,7 +194,7 @@ int32 v2xmapconv_GetMapDataResp(v2xpub_UdpSocketDataHead_t* mp_data) {
     }
     V2XLOG(&g_curTag, 6, "map %d of %d decoded, %u bytes", index, dataNo, uperLen);
     v2xmapconv_MapDataUp(&map_handle, index);
-    offset_len = uperLen;
+    offset_len = everyItem ? offset_len + uperLen : uperLen;
   }
   return 0;
 }
