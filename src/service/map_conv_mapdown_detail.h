@@ -187,7 +187,7 @@ const char* misfitNumber(const cJSON* item, bool integer);
 
 // Reports a value of the wrong type (item; what: misfitNumber's words;
 // readAs: what the reading takes instead). fault: how it fails under the field
-// profile, its code the holder's (see HolderCode) when it has none of its own.
+// profile, its code the holder's (see t_holderCode) when it has none of its own.
 // The result the reader gives for it: fault.ret under the field profile, else 0.
 int32 reportMisfit(const Caller& caller, const cJSON* item, const char* what, const char* readAs, Fault fault,
                    const asn_TYPE_descriptor_t* type = nullptr);
