@@ -209,6 +209,7 @@ int32 v2xmapconv_init(int32 argc, char** argv) {
   }
 
   v2xlog_Init(g_logfilePath, "MMAP", 1, 1, 0);
+  v2xlog_SetRepeatWindow(V2XLOG_REPEAT_WINDOW_MS);
   for (const char* tag : kTags) v2xlog_SetTagLevel(v2xlog_AddTag(tag), g_logLevelFlag);
   V2XLOG(&g_curTag, 4, "%s starting, work directory %s, log level %d", MAP_CONV_VERSION, g_workDir, g_logLevelFlag);
 

@@ -15,6 +15,7 @@ namespace v2xmapconv::mapdown::detail {
 v2xlog_config_t g_curTag = {nullptr, "DOWN"};
 thread_local constinit DocumentScope t_document = {false, false};
 thread_local constinit MapDownObserver* t_observer = nullptr;
+thread_local constinit int32 t_holderCode = kNoCode;
 
 }  // namespace v2xmapconv::mapdown::detail
 
@@ -82,7 +83,11 @@ int32 GetMapDwonSeqNumFromJson(cJSON* json, v2xcloud_map_data_t* map_data) {
     ret = -2;
   } else {
     const char* text = textItem(json, "seqNum");
-    if (text != nullptr) copyText(map_data->seqNum, sizeof(map_data->seqNum), text);
+    if (text != nullptr) {
+      copyText(map_data->seqNum, sizeof(map_data->seqNum), text);
+    } else if (const cJSON* item = member(json, "seqNum")) {
+      reportMisfit(__func__, item, "not a text", "absent", kMisfitGoesOn);
+    }
   }
   MAPDOWN_TRACE_END(ret);
   return ret;

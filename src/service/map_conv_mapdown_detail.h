@@ -12,6 +12,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <type_traits>
 
@@ -172,15 +173,59 @@ inline int32 checkBound(const Caller& caller, const Bound& bound, const long* va
   return report(caller, bound.outside, {item, nullptr, bound.type});
 }
 
+// ---------------------------------------------------------------- values of the wrong JSON type
+//
+// A text where a number belongs, a number where a text belongs, a fraction
+// where an integer belongs: the reference reading takes the item's number or
+// text view regardless (a text reads as 0, a fraction is truncated, a number
+// in a text key counts as absent). The observer hears of every such value in
+// both profiles; under the field profile it is a fault of its key.
+
+// What is wrong with the JSON type of item when the key wants a number (an
+// integer when integer is set), or null when nothing is.
+const char* misfitNumber(const cJSON* item, bool integer);
+
+// Reports a value of the wrong type (item; what: misfitNumber's words;
+// readAs: what the reading takes instead). fault: how it fails under the field
+// profile, its code the holder's (see t_holderCode) when it has none of its own.
+// The result the reader gives for it: fault.ret under the field profile, else 0.
+int32 reportMisfit(const Caller& caller, const cJSON* item, const char* what, const char* readAs, Fault fault,
+                   const asn_TYPE_descriptor_t* type = nullptr);
+
+// The number of item through view into *value, its type and range checked.
+// wrongType: how a wrong type fails under the field profile when the key has
+// no range (a key with a range fails as a value out of it).
+inline int32 viewNumber(const Caller& caller, const cJSON* item, View view, long* value, const Fault& wrongType,
+                        const Bound& bound = {}) {
+  *value = view(item);
+  if (const char* what = misfitNumber(item, view == intView)) {
+    char readAs[24];
+    std::snprintf(readAs, sizeof(readAs), "%ld", *value);
+    const int32 ret =
+        reportMisfit(caller, item, what, readAs, bound.check != nullptr ? bound.outside : wrongType, bound.type);
+    if (ret != 0) return ret;
+  }
+  return checkBound(caller, bound, value, item);
+}
+
+// A key without a code of its own, not needed by its reader: a wrong type is
+// logged (under the field profile) and the reading goes on.
+constexpr Fault kMisfitGoesOn = {nullptr, 0};
+
+// While a node reference is read, the code of the key that holds it (the
+// node's "id", a link's "upstreamNodeId"), which a wrong type in the
+// reference records under the field profile.
+extern thread_local constinit int32 t_holderCode;
+
 // A number the reader needs under key, viewed into *target and range-checked.
-// *real, when given, gets the value as sent.
+// *real, when given, gets the value as sent. A wrong type under the field
+// profile fails as a value out of range, or (no range) as an absent key.
 inline int32 readNumber(const Caller& caller, cJSON* json, const char* key, long* target, const Fault& missing,
                         View view = intView, const Bound& bound = {}, double* real = nullptr) {
   const cJSON* item = member(json, key);
   if (item == nullptr) return report(caller, missing, {json, key});
   if (real != nullptr) *real = item->valuedouble;
-  *target = view(item);
-  return checkBound(caller, bound, target, item);
+  return viewNumber(caller, item, view, target, missing, bound);
 }
 
 // Allocates the optional record *field when it is still empty.
@@ -203,14 +248,15 @@ int32 withRecord(const Caller& caller, cJSON* item, T** field, const Fault& noMe
 inline int32 readOptionalNumber(const Caller& caller, cJSON* item, long** field, const Fault& noMemory,
                                 View view = intView, const Bound& bound = {}) {
   return withRecord(caller, item, field, noMemory, [&](const cJSON* found, long* value) {
-    *value = view(found);
-    return checkBound(caller, bound, value, found);
+    return viewNumber(caller, found, view, value, kMisfitGoesOn, bound);
   });
 }
 
 // A node reference the reader needs under key. A reference without its own
 // "id" keeps 0; its holder is still read.
-int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing);
+// holderCode: the code a wrong type inside it records (see t_holderCode).
+int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing,
+                    int32 holderCode = kNoCode);
 
 // How an array walk fails: an element that cannot be allocated, one that
 // cannot be appended.

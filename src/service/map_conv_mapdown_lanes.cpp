@@ -88,7 +88,9 @@ int32 GetShareWithFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttrib
     ret = -2;
   } else if ((share = member(json, "shareWith")) != nullptr && laneAttributes->shareWith == nullptr) {
     // The number is the string's whole 16-bit value, not shifted into the 10 bits.
-    newBitString(intView(share), 10, &laneAttributes->shareWith);
+    long value = 0;
+    viewNumber(__func__, share, intView, &value, kMisfitGoesOn);
+    newBitString(value, 10, &laneAttributes->shareWith);
   }
   MAPDOWN_TRACE_END(ret);
   return ret;
@@ -137,7 +139,9 @@ int32 GetLaneTypeFromLaneAttributesJson(cJSON* json, LaneAttributes* laneAttribu
         default: break;
       }
       if (bs == nullptr) break;
-      int64 v = intView(value);
+      long read = 0;
+      viewNumber(__func__, value, intView, &read, kMisfitGoesOn);
+      int64 v = read;
       v2xcodec_long2BitString(&v, k.bits, bs);
       lt.present = k.present;
       break;
@@ -180,7 +184,9 @@ int32 GetManeuversFromJson(cJSON* json, BIT_STRING_s** maneuver) {
   } else {
     // The cloud sends the 12 maneuver bits as written; they fill the string
     // from its first bit once moved past the 4 padding bits.
-    int32 shifted = static_cast<int32>(static_cast<uint32>(value->valueint) << 4);
+    long read = 0;
+    viewNumber(__func__, value, intView, &read, kMisfitGoesOn);
+    int32 shifted = static_cast<int32>(static_cast<uint32>(read) << 4);
     if (newBitString(shifted, 12, maneuver) != 0) ret = report(__func__, {"maneuver calloc failed!", -2});
   }
   MAPDOWN_TRACE_END(ret);

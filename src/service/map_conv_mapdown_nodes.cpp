@@ -82,11 +82,16 @@ int32 readSpeedLimit(const char* reader, cJSON* item, RegulatorySpeedLimit_t* li
   const cJSON* type = member(item, "type");
   if (type == nullptr)
     return report(reader, {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT}, {item, "type"});
+  const Fault wrongType = {"Get speedLimit->type item failed!", -3, ERROR_CODE_LINK_SPEEDLIMIT};
+  int32 ret = 0;
   if (cJSON_IsString(type)) {
     GetSpeedLimitsTypeFromStr(type->valuestring, &limit->type);
   } else if (cJSON_IsNumber(type)) {
-    limit->type = intView(type);  // the enumeration value as sent
+    ret = viewNumber(reader, type, intView, &limit->type, wrongType);  // the enumeration value as sent
+  } else {
+    ret = reportMisfit(reader, type, "neither a text nor a number", "0", wrongType);
   }
+  if (ret != 0) return ret;
   return readNumber(reader, item, "speed", &limit->speed,
                     {"Get speedLimit->speed item failed!", -5, ERROR_CODE_LINK_SPEEDLIMIT}, intView,
                     {Speed_constraint, &asn_DEF_Speed, {"error: speed out of range", -4, ERROR_CODE_LINK_SPEEDLIMIT}});
@@ -124,7 +129,8 @@ int32 GetIdFromNodesJson(cJSON* json, Node* node) {
   MAPDOWN_TRACE_START();
   int32 ret = (json == nullptr || node == nullptr)
                   ? -2
-                  : readReference(__func__, json, "id", &node->id, {"Get id item failed!", -3, ERROR_CODE_NODE_ID});
+                  : readReference(__func__, json, "id", &node->id, {"Get id item failed!", -3, ERROR_CODE_NODE_ID},
+                                  ERROR_CODE_NODE_ID);
   MAPDOWN_TRACE_END(ret);
   return ret;
 }
@@ -182,7 +188,7 @@ int32 GetUpstreamNodeIdFromLinkJson(cJSON* json, Link* link) {
   int32 ret = (json == nullptr || link == nullptr)
                   ? -2
                   : readReference(__func__, json, "upstreamNodeId", &link->upstreamNodeId,
-                                  {"Get link->upstreamNodeId item failed!", -3});
+                                  {"Get link->upstreamNodeId item failed!", -3}, ERROR_CODE_LINK_UPSTREAMNODEID);
   MAPDOWN_TRACE_END(ret);
   return ret;
 }

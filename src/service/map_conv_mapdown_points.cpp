@@ -31,12 +31,10 @@ int32 readAbsolutePoint(const char* reader, cJSON* item, RoadPoint_t* point) {
                     {"road_point->posOffset.offsetV calloc failed!", -8},
                     [reader](const cJSON* ele, VerticalOffset_t* v) {
                       v->present = VerticalOffset_PR_elevation;
-                      v->choice.elevation = metresView(ele);
-                      return checkBound(reader,
+                      return viewNumber(reader, ele, metresView, &v->choice.elevation, kMisfitGoesOn,
                                         {Elevation_constraint,
                                          &asn_DEF_Elevation,
-                                         {"error: elevation out of range", -7, ERROR_CODE_LINK_LANES_POINTS_ELE}},
-                                        &v->choice.elevation, ele);
+                                         {"error: elevation out of range", -7, ERROR_CODE_LINK_LANES_POINTS_ELE}});
                     });
 }
 

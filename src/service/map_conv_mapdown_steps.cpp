@@ -2,11 +2,13 @@
 // a reader's behalf, texts, bit strings, node references and names).
 #include <NodeReferenceID.h>
 
+#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
 #include "map_conv_mapdown_detail.h"
+#include "map_conv_profile.h"
 #include "v2xapp_commoncodec.h"
 
 namespace v2xmapconv::mapdown::detail {
@@ -69,11 +71,42 @@ int32 passOn(const Caller& caller, const Fault& fault) {
   return fault.ret;
 }
 
-int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing) {
+int32 readReference(const Caller& caller, cJSON* json, const char* key, NodeReferenceID* id, const Fault& missing,
+                    int32 holderCode) {
   cJSON* item = member(json, key);
   if (item == nullptr) return report(caller, missing, {json, key});
+  const int32 outer = t_holderCode;
+  t_holderCode = holderCode;
   GetNodeReferenceIDFromJson(item, id);
+  t_holderCode = outer;
   return 0;
+}
+
+const char* misfitNumber(const cJSON* item, bool integer) {
+  if (cJSON_IsNumber(item)) {
+    return integer && item->valuedouble != std::trunc(item->valuedouble) ? "a fraction where an integer belongs"
+                                                                         : nullptr;
+  }
+  if (cJSON_IsString(item)) return "a text where a number belongs";
+  if (cJSON_IsBool(item)) return "true or false where a number belongs";
+  return "not a number";
+}
+
+int32 reportMisfit(const Caller& caller, const cJSON* item, const char* what, const char* readAs, Fault fault,
+                   const asn_TYPE_descriptor_t* type) {
+  const bool field = v2xmapconv_IsFieldProfile() != 0;
+  if (!field && t_observer == nullptr) return 0;
+  char text[160];
+  std::snprintf(text, sizeof(text), "error: %s is %s, read as %s", item->string != nullptr ? item->string : "value",
+                what, readAs);
+  if (!field) {
+    // The reference reading goes on as if nothing was wrong; only the observer hears of it.
+    t_observer->onFault({caller.name, text, kNoCode, 0, item, nullptr, type});
+    return 0;
+  }
+  fault.text = text;
+  if (fault.code == kNoCode) fault.code = t_holderCode;
+  return report(caller, fault, {item, nullptr, type});
 }
 
 int32 readName(const char* reader, cJSON* json, DescriptiveName_t** name, const char* what) {
@@ -81,6 +114,7 @@ int32 readName(const char* reader, cJSON* json, DescriptiveName_t** name, const 
   if (item == nullptr) return 0;
   if (!cJSON_IsString(item) || item->valuestring == nullptr) {
     say(reader, 3, "%s name is not a text, ignored", what);
+    reportMisfit(reader, item, "not a text", "absent", kMisfitGoesOn);
     return 0;
   }
   size_t len = std::strlen(item->valuestring);

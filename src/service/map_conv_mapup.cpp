@@ -6,12 +6,15 @@
 #include <MessageFrame.h>
 #include <cjson/cJSON.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 
 #include "map_conv_deamon.h"
+#include "map_conv_profile.h"
 #include "map_conv_v2xcloud_dds.h"
 #include "v2xlog.h"
 
@@ -25,6 +28,26 @@ std::atomic<uint32> g_upSeqNum{1};
 
 // The acknowledgement being joined; only the DDS dispatch thread touches it.
 v2xmapconv_sampleJoin_t g_ackJoin;
+
+// Field profile: an upload longer than a map-down message may be (the cloud's
+// receiver may cut it) still goes out, with one warning per map. The maps
+// warned about are known by their document without the sequence number; the
+// last few are kept, on the uploading task's thread only.
+constexpr size_t kUpWarnLen = 9999;
+std::array<uint64, 16> g_warnedMaps{};
+size_t g_warnedNext = 0;
+
+void warnOverlong(const char* text, size_t len, int32_t index) {
+  if (len <= kUpWarnLen) return;
+  const char* seq = std::strstr(text, ",\"seqNum\":");
+  const size_t keyLen = seq != nullptr ? static_cast<size_t>(seq - text) : len;
+  uint64 key = 14695981039346656037ULL;
+  for (size_t i = 0; i < keyLen; ++i) key = (key ^ static_cast<unsigned char>(text[i])) * 1099511628211ULL;
+  if (std::find(g_warnedMaps.begin(), g_warnedMaps.end(), key) != g_warnedMaps.end()) return;
+  g_warnedMaps[g_warnedNext] = key;
+  g_warnedNext = (g_warnedNext + 1) % g_warnedMaps.size();
+  V2XLOG(&g_curTag, 3, "map %d upload is %zu bytes, over %zu: sent all the same", index, len, kUpWarnLen);
+}
 
 }  // namespace
 
@@ -74,6 +97,7 @@ int32 v2xmapconv_MapDataUp(V2XAPP_GBMHANDLE* p_handle, int32_t index) {
       V2XLOG(&g_curTag, 2, "Get ddsinfo failed!");
       ret = -3;
     } else {
+      if (v2xmapconv_IsFieldProfile() != 0) warnOverlong(text, std::strlen(text), index);
       // A send failure (no cloud listening, link closed) is the link's to log.
       v2xcloud_ddsSend(ddsinfo->dds_object, ddsinfo->mp_map_up_topic, text,
                        static_cast<unsigned int>(std::strlen(text)));

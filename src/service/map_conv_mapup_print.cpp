@@ -63,24 +63,29 @@ bool putText(Output& out, const char* text) {
   return true;
 }
 
+using Stops = std::array<bool, 256>;
+
 // Bytes that end a plain run of a text: the terminator and everything JSON
-// escapes.
-constexpr auto kStops = [] {
-  std::array<bool, 256> stops{};
+// escapes (and, with high, every byte from 0x80).
+constexpr Stops stopsFor(bool high) {
+  Stops stops{};
   for (int c = 0; c < 32; ++c) stops[c] = true;
   stops['"'] = stops['\\'] = true;
+  for (int c = 0x80; high && c < 256; ++c) stops[c] = true;
   return stops;
-}();
+}
+constexpr Stops kStops = stopsFor(false);
+constexpr Stops kStopsAscii = stopsFor(true);
 
 // A text as cJSON quotes it: quote, backslash and the control characters
 // escaped (the short forms where JSON has them, \u00xx otherwise), every
-// other byte as it is.
-bool printString(const char* text, Output& out) {
+// other byte as it is, or (stops kStopsAscii) every byte from 0x80 as \u00xx.
+bool printString(const char* text, Output& out, const Stops& stops) {
   if (text == nullptr) text = "";
   const auto* p = reinterpret_cast<const unsigned char*>(text);
   const auto* run = p;
   for (;; ++p) {
-    while (!kStops[*p]) ++p;
+    while (!stops[*p]) ++p;
     const unsigned char c = *p;
     const size_t n = static_cast<size_t>(p - run);
     // The opening quote, the run, and the longest escape or the closing quote.
@@ -110,13 +115,13 @@ bool printString(const char* text, Output& out) {
   return true;
 }
 
-bool printValue(const cJSON* item, Output& out) {
+bool printValue(const cJSON* item, Output& out, const Stops& stops) {
   switch (item->type & 0xFF) {
     case cJSON_NULL: return putText(out, "null");
     case cJSON_False: return putText(out, "false");
     case cJSON_True: return putText(out, "true");
     case cJSON_Raw: return item->valuestring != nullptr && putText(out, item->valuestring);
-    case cJSON_String: return printString(item->valuestring, out);
+    case cJSON_String: return printString(item->valuestring, out, stops);
     case cJSON_Number: {
       // cJSON's own number form (precision, exponent, locale).
       char* number = cJSON_PrintUnformatted(item);
@@ -130,9 +135,9 @@ bool printValue(const cJSON* item, Output& out) {
       if (!out.reserve(1)) return false;
       out.put(object ? '{' : '[');
       for (const cJSON* child = item->child; child != nullptr; child = child->next) {
-        if (object && !(printString(child->string, out) && out.reserve(1))) return false;
+        if (object && !(printString(child->string, out, stops) && out.reserve(1))) return false;
         if (object) out.put(':');
-        if (!printValue(child, out) || !out.reserve(1)) return false;
+        if (!printValue(child, out, stops) || !out.reserve(1)) return false;
         if (child->next != nullptr) out.put(',');
       }
       if (!out.reserve(1)) return false;
@@ -148,9 +153,13 @@ bool printValue(const cJSON* item, Output& out) {
 extern "C" {
 
 char* v2xmapconv_PrintUnformatted(const cJSON* item, size_t sizeHint) {
+  return v2xmapconv_PrintUnformattedAscii(item, sizeHint, 0);
+}
+
+char* v2xmapconv_PrintUnformattedAscii(const cJSON* item, size_t sizeHint, int escapeHigh) {
   if (item == nullptr) return nullptr;
   Output out(sizeHint);
-  if (!out.ok() || !printValue(item, out)) return nullptr;
+  if (!out.ok() || !printValue(item, out, escapeHigh != 0 ? kStopsAscii : kStops)) return nullptr;
   auto* text = static_cast<char*>(cJSON_malloc(out.size() + 1));
   if (text == nullptr) return nullptr;
   std::memcpy(text, out.data(), out.size());

@@ -18,6 +18,14 @@ struct cJSON;
  */
 char* v2xmapconv_PrintUnformatted(const struct cJSON* item, size_t sizeHint);
 
+/*
+ * As v2xmapconv_PrintUnformatted; with escapeHigh set, every byte from 0x80 of
+ * a text (key or value) is written as \u00XX, so the document is ASCII, valid
+ * UTF-8 JSON whatever bytes its texts hold, and a reader gets each such byte
+ * back as the code point of the same value. Released with cJSON_free.
+ */
+char* v2xmapconv_PrintUnformattedAscii(const struct cJSON* item, size_t sizeHint, int escapeHigh);
+
 #ifdef __cplusplus
 }
 #endif

@@ -25,6 +25,7 @@
 
 #include "map_conv_mapup_items.h"
 #include "map_conv_mapup_print.h"
+#include "map_conv_profile.h"
 #include "v2xapp_commoncodec.h"
 #include "v2xlog.h"
 
@@ -453,8 +454,10 @@ char* v2xmapconv_StructToJson(v2xcloud_map_data_t* mapdata) {
     if (mapdata->seqNum[0] != '\0') addFieldText(root, "seqNum", mapdata->seqNum, sizeof(mapdata->seqNum));
   }
   // Printed as cJSON_PrintUnformatted would, with room for a text as long as
-  // the last one.
-  char* text = v2xmapconv_PrintUnformatted(root, g_lastTextLen.load(std::memory_order_relaxed) + 256);
+  // the last one; under the field profile as valid UTF-8 (texts made from
+  // bytes, such as "maneuvers" and "name", may hold any byte).
+  char* text = v2xmapconv_PrintUnformattedAscii(root, g_lastTextLen.load(std::memory_order_relaxed) + 256,
+                                                v2xmapconv_IsFieldProfile());
   release(root);
   if (text != nullptr) g_lastTextLen.store(std::strlen(text), std::memory_order_relaxed);
   V2XLOG(&g_curTag, 7, "%s end", __func__);

@@ -5,6 +5,7 @@
 
 #include "map_conv_mapdown.h"
 #include "map_conv_mapup.h"
+#include "map_conv_profile.h"
 #include "v2xapp_gbmap.h"
 #include "v2xlog.h"
 #include "v2xpub.h"
@@ -32,11 +33,13 @@ v2x_ipc_config_t* ipcConf() {
 }
 
 // Sends the packet built in ipcBuff (head and a body of bodyLen bytes) to the
-// V2X protocol process and waits for its answer in recvData.
+// V2X protocol process and waits for its answer in recvData (null: sends at
+// once and waits for nothing).
 int32 exchangeWithStack(uint8* ipcBuff, uint32 bodyLen, v2xpub_UdpSocketDataHead_t* recvData) {
   v2x_ipc_config_t* conf = ipcConf();
   v2xpub_UdpSocketDataHead_t sendData{static_cast<int16>(kHeadLen + bodyLen), ipcBuff};
   v2xipc_SocketSetSendAddr(g_mapconv_sendhandle, conf, kStackPeer, conf->m_app_rs_rcvport);
+  if (recvData == nullptr) return v2xipc_SocketSend(g_mapconv_sendhandle, &sendData);
   return v2xipc_SocketReqSend(g_mapconv_sendhandle, conf, kReqTimeoutMs, &sendData, recvData);
 }
 
@@ -169,7 +172,9 @@ int32 v2xmapconv_GetMapDataResp(v2xpub_UdpSocketDataHead_t* mp_data) {
   const uint64 itemsLen = len - kRsuDataLen;
   const int32 dataNo = body->m_dataNo;
   // Each item is looked for at the previous item's length plus two bytes per
-  // item before it: exact for the first two items of a packed list.
+  // item before it: exact for the first two items of a packed list. The field
+  // profile walks the list itself, so every map of the answer goes up.
+  const bool everyItem = v2xmapconv_IsFieldProfile() != 0;
   uint64 offset_len = 0;
   for (int32 index = 0; index < dataNo; ++index) {
     const uint64 pos = offset_len + 2ULL * static_cast<uint64>(index);
@@ -189,7 +194,7 @@ int32 v2xmapconv_GetMapDataResp(v2xpub_UdpSocketDataHead_t* mp_data) {
     }
     V2XLOG(&g_curTag, 6, "map %d of %d decoded, %u bytes", index, dataNo, uperLen);
     v2xmapconv_MapDataUp(&map_handle, index);
-    offset_len = uperLen;
+    offset_len = everyItem ? offset_len + uperLen : uperLen;
   }
   return 0;
 }
@@ -243,9 +248,9 @@ int32 v2xmapconv_PackMapRefreshAndSendData(int32_t opCode, v2xipc_mapRefresh_t* 
   uint32 bodyLen = 0;
   MapRefresh_fill(ipcBuff + kHeadLen, pmap_refresh_data, &bodyLen);
   v2xipc_FillDataHead(ipcBuff, static_cast<uint16>(opCode), bodyLen);
-  uint8 recvBuff[V2XIPC_MSG_MAX];
-  v2xpub_UdpSocketDataHead_t recvData{V2XIPC_MSG_MAX, recvBuff};
-  int32 ret = exchangeWithStack(ipcBuff, bodyLen, &recvData);
+  // The stack's answer to a notice says nothing: the notice goes out at once,
+  // also while a map data request waits on a stack that does not answer.
+  int32 ret = exchangeWithStack(ipcBuff, bodyLen, nullptr);
   if (ret != 0) {
     V2XLOG(&g_curTag, 3, "UDP send error:%d", ret);
     return ret;

@@ -96,6 +96,31 @@ int32 dds_RegAndSet(void* dds_handle, unsigned int domainID, char* topic, dds_re
   return ret;
 }
 
+// Field profile: a map-down message over 9999 bytes is dropped whole, none of
+// it parsed, with one line giving its length. True when this sample belongs
+// to such a message (the buffer is then empty).
+bool dropOverlong(char* buf, uint32& bufLen, uint64 total, const void* data, unsigned int len) {
+  static bool dropping = false;
+  static uint64 length = 0;
+  if (!dropping && total <= kRecvBufLen - 1) return false;
+  if (!dropping) {
+    dropping = true;
+    length = bufLen;
+    std::memset(buf, 0, kRecvBufLen);
+    bufLen = 0;
+  }
+  // The zero byte that follows a message of whole samples is not part of it.
+  const bool zeroTail = len == 1 && static_cast<const uint8*>(data)[0] == 0;
+  if (!zeroTail) length += len;
+  if (len < kSampleLen) {
+    V2XLOG(&g_curTag, 2, "Map msg of %llu bytes is over %u, dropped", static_cast<unsigned long long>(length),
+           kRecvBufLen - 1);
+    dropping = false;
+    length = 0;
+  }
+  return true;
+}
+
 }  // namespace
 
 extern "C" {
@@ -193,6 +218,7 @@ void v2xcloud_ddsRecvMapDown(void* data, unsigned int len) {
     return;
   }
   uint64 total = static_cast<uint64>(dds_len) + len;
+  if (v2xmapconv_IsFieldProfile() != 0 && dropOverlong(dds_data, dds_len, total, data, len)) return;
   if (total > kRecvBufLen - 1) {
     V2XLOG(&g_curTag, 3, "Map msg data is too long:%d", static_cast<int>(total));
     std::memset(dds_data, 0, sizeof(dds_data));

@@ -3,12 +3,14 @@
 // the communication software's status.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "map_conv_config.h"
 #include "map_conv_interface.h"
 #include "map_conv_mapup.h"
+#include "map_conv_profile.h"
 #include "map_conv_v2xcloud_dds.h"
 #include "test_process.h"
 #include "v2xlog.h"
@@ -135,6 +137,42 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
     EXPECT_NE(v2xtest::readFile(work.file("conf/v2x_map_convert.cfg")).find("eTag = \"" + lastStored + "\";"),
               std::string::npos);
   }
+}
+
+// Under the field profile a document over 9999 bytes is dropped whole with
+// one line giving its length; nothing of it is read, and the next is stored.
+TEST_F(CloudLink, FieldDropsOverlongMapDownWhole) {
+  v2xtest::TempDir work;
+  ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
+  ASSERT_EQ(v2xmapconv_InitCfg(work.path().c_str()), 0);
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_FIELD);
+  const struct {
+    size_t len;
+    std::vector<unsigned> samples;
+  } cases[] = {{12000, nineThen({1024, 1024, 736})}, {12288, nineThen({1024, 1024, 1024, 1})}};
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    const auto& c = cases[i];
+    SCOPED_TRACE(c.len);
+    const std::string tag = "F" + std::to_string(i) + "-" + std::to_string(getpid());
+    std::string big = mapDoc("big-" + tag, "1", c.len) + std::string(1024, '\0');
+    std::string good = mapDoc("good-" + tag, "2", 2000);
+    newLog();
+    size_t at = 0;
+    for (unsigned len : c.samples) {
+      v2xcloud_ddsRecvMapDown(big.data() + at, len);
+      at += len;
+    }
+    v2xcloud_ddsRecvMapDown(good.data(), 1024);
+    v2xcloud_ddsRecvMapDown(good.data() + 1024, 976);
+    const std::string log = newLog();
+    EXPECT_EQ(v2xtest::countOf(log, "Map msg of " + std::to_string(c.len) + " bytes is over 9999, dropped"), 1u) << log;
+    EXPECT_EQ(v2xtest::countOf(log, "recv_total:"), 1u) << "only the good document is read\n" << log;
+    EXPECT_EQ(log.find("cJSON_Parse Error!"), std::string::npos) << log;
+    v2xcloud_map_data_t* got = nullptr;
+    ASSERT_EQ(v2xcloud_GetMapDownData(&got), 0);
+    EXPECT_EQ(std::string(got->eTag), "good-" + tag);
+  }
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
 }
 
 // Acknowledgements of uploads through the receiver the link registers (the

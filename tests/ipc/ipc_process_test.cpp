@@ -229,4 +229,29 @@ TEST_F(CloudLinkProcess, FaultyAndOverlongDocumentsAreAnsweredAndTheServiceGoesO
   EXPECT_TRUE(waitForLog("v2xcloud_ddsRecvCommSoft start recv:26"));
 }
 
+// Under the field profile a latitude sent as a text is refused with code 5,
+// and a 12000-byte message is dropped whole (one line, nothing of it read);
+// the map after it is stored.
+TEST_F(CloudLinkProcess, FieldRefusesWrongTypesAndDropsOverlongMessagesWhole) {
+  const std::string cfg = work_.file("conf/v2x_map_convert.cfg");
+  v2xtest::writeFile(cfg, "profile = \"field\";\n" + v2xtest::readFile(cfg));
+  startService();
+  const std::string textLat = R"({"mapSlice":"1","eTag":"T1","ack":true,"seqNum":"21","map":{"nodes":[{"id":{"id":7},)"
+                              R"("refPos":{"lon":121.16,"lat":"31.28"}}]}})";
+  std::string big = R"({"mapSlice":"1","eTag":"BIG","ack":true,"seqNum":"22","map":{"nodes":[]}})";
+  big.append(12000 - big.size(), ' ');
+  int rc = -1;
+  const std::string out = cloud({"--map", writeDoc("lat.json", textLat), "--raw", writeDoc("big.json", big), "--gen",
+                                 "1", "--etag", "after-" + device_, "--count", "2", "--kind", "ack", "--timeout", "30"},
+                                rc);
+  EXPECT_EQ(rc, 0) << out;
+  EXPECT_NE(out.find(R"(ACK seqNum=21 errorCode=1 errorDesc="NODE refPos latitude error")"), std::string::npos) << out;
+  EXPECT_NE(out.find("ACK seqNum=1 ok"), std::string::npos) << out;
+  EXPECT_EQ(countOf(out, "ACK "), 2u) << out;
+  EXPECT_NE(v2xtest::readFile(work_.file("conf/v2x_map_convert.cfg")).find("eTag = \"after-" + device_ + "\";"),
+            std::string::npos);
+  EXPECT_EQ(countOf(log(), "Map msg of 12000 bytes is over 9999, dropped"), 1u) << log();
+  EXPECT_EQ(countOf(log(), "cJSON_Parse Error!"), 0u) << log();
+}
+
 }  // namespace

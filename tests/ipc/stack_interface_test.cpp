@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "map_conv_profile.h"
 #include "map_conv_stack_interface.h"
 #include "udp_peer.h"
 #include "v2xlog.h"
@@ -118,6 +119,50 @@ TEST_F(StackInterface, NoticeAndRequestPacketsOnTheWire) {
   }
   EXPECT_EQ(log().find("UDP send error"), std::string::npos);
   EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(nullptr), -2);
+}
+
+// A map data request waits on a stack that does not answer; a refresh notice
+// given meanwhile reaches the stack before the request is answered.
+TEST_F(StackInterface, NoticeGoesOutWhileARequestWaits) {
+  std::thread request([] { SendGetMapDataToAPP(nullptr); });
+  Bytes got;
+  sockaddr_in from{};
+  ASSERT_TRUE(peer_.receive(got, &from)) << "the request";
+  ASSERT_GE(got.size(), 21u);
+  EXPECT_EQ(got[17], 10) << "data type of the map data request";
+  v2xipc_mapRefresh_t refresh{};
+  refresh.m_mapFileID = 2;
+  EXPECT_EQ(v2xmapconv_UpdataMapDataNotify(&refresh), 0);
+  Bytes notice;
+  const bool noticed = peer_.receive(notice);
+  peer_.sendTo(from, packet(21, rsuBody(10, 0, {})));  // lets the request end
+  request.join();
+  ASSERT_TRUE(noticed) << "the notice while the request still waits for its answer";
+  ASSERT_GE(notice.size(), 29u);
+  EXPECT_EQ(notice[17], 7) << "data type of the notice";
+  EXPECT_EQ(notice[28], 2) << "file id";
+  EXPECT_EQ(log().find("UDP send error"), std::string::npos);
+}
+
+// Three maps in one answer: the reference walk finds the first two only (the
+// third is looked for at the wrong place), the field profile finds all three.
+TEST_F(StackInterface, EveryMapOfAnAnswerUnderTheFieldProfile) {
+  const Bytes answer = packet(21, rsuBody(10, 3, mapItems({kMap0, kMap1, kMap0})));
+  const struct {
+    map_conv_profile_e profile;
+    int32 ret;
+    const char* last;  // the last map decoded
+  } cases[] = {{MAP_CONV_PROFILE_REFERENCE, -4, "map 1 of 3 decoded"},
+               {MAP_CONV_PROFILE_FIELD, 0, "map 2 of 3 decoded"}};
+  for (const auto& c : cases) {
+    v2xmapconv_SetProfile(c.profile);
+    Bytes buf(answer);
+    v2xpub_UdpSocketDataHead_t d{static_cast<int16>(buf.size()), buf.data()};
+    const size_t logged = log().size();
+    EXPECT_EQ(v2xmapconv_GetMapDataResp(&d), c.ret) << c.last;
+    EXPECT_NE(log().find(c.last, logged), std::string::npos) << c.last;
+  }
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
 }
 
 TEST_F(StackInterface, ResponseChecks) {

@@ -2,6 +2,7 @@
 // the service's once-a-second requests with two stored maps, and the cloud
 // peer prints each upload with its text. Each uploaded document is compared
 // byte for byte with the text worked out by hand from the maps below.
+#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
@@ -73,6 +74,23 @@ const std::string kUploaded[] = {
     R"({"nodes":[{"id":{"id":202},"refPos":{"lon":-200,"lat":-100}}]})",
 };
 
+// The maps (UPER) go into the map data directory; the stack peer answers
+// with them from a port the kernel chose, and the port file points there
+// before the service starts.
+void startStackPeer(ChildProcess& stack, v2xtest::TempDir& work, const std::vector<std::string>& maps) {
+  for (size_t i = 0; i < maps.size(); ++i) {
+    ASSERT_FALSE(maps[i].empty()) << i;
+    v2xtest::writeFile(work.file("mapdata/map_data_" + std::to_string(i)), maps[i]);
+  }
+  ASSERT_TRUE(stack.start({V2X_STACK_SIM_BIN, "-w", work.path(), "-t", "60"}));
+  ASSERT_TRUE(stack.waitForOutput(", maps from"));
+  const std::string listening = "listening on 127.0.0.1:";
+  const size_t listenAt = stack.output().find(listening);
+  ASSERT_NE(listenAt, std::string::npos) << stack.output();
+  v2xtest::writeIpcConfig(work.path(),
+                          static_cast<uint16_t>(std::stoul(stack.output().substr(listenAt + listening.size()))));
+}
+
 std::string localDate() {
   std::time_t now = std::time(nullptr);
   std::tm tm{};
@@ -86,22 +104,9 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   v2xtest::TempDir work;
   const std::string device = v2xtest::uniqueDevice("UP");
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path(), device));
-  for (int i = 0; i < 2; ++i) {
-    const std::string file = uper(kMaps[i]);
-    ASSERT_FALSE(file.empty()) << i;
-    v2xtest::writeFile(work.file("mapdata/map_data_" + std::to_string(i)), file);
-  }
-
   ChildProcess stack, cloud, service;
-  // The stack peer takes a port from the kernel; the port file points there
-  // before the service starts.
-  ASSERT_TRUE(stack.start({V2X_STACK_SIM_BIN, "-w", work.path(), "-t", "60"}));
-  ASSERT_TRUE(stack.waitForOutput(", maps from"));
-  const std::string listening = "listening on 127.0.0.1:";
-  const size_t listenAt = stack.output().find(listening);
-  ASSERT_NE(listenAt, std::string::npos) << stack.output();
-  v2xtest::writeIpcConfig(work.path(),
-                          static_cast<uint16_t>(std::stoul(stack.output().substr(listenAt + listening.size()))));
+  startStackPeer(stack, work, {uper(kMaps[0]), uper(kMaps[1])});
+  if (::testing::Test::HasFatalFailure()) return;
   // Three rounds of two; each upload answered.
   ASSERT_TRUE(cloud.start(
       {V2X_CLOUD_SIM_BIN, "--device", device, "--count", "6", "--kind", "up", "--ack-uploads", "--timeout", "40"}));
@@ -135,6 +140,103 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   service.signal(SIGTERM);
   const int st = service.waitExit();
   EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
+  stack.signal(SIGINT);
+  stack.waitExit();
+}
+
+// Turns the field profile on in a working directory's configuration.
+void fieldProfile(const std::string& workDir) {
+  const std::string cfg = workDir + "/conf/v2x_map_convert.cfg";
+  v2xtest::writeFile(cfg, "profile = \"field\";\n" + v2xtest::readFile(cfg));
+}
+
+// A map whose upload is over 9999 bytes: 16 lanes of 31 points each.
+std::string bigMapXer() {
+  std::string lanes;
+  for (int l = 1; l <= 16; ++l) {
+    lanes += "<Lane><laneID>" + std::to_string(l) + "</laneID><points>";
+    for (int p = 0; p < 31; ++p)
+      lanes += "<RoadPoint><posOffset><offsetLL><position-LL1><lon>" + std::to_string(p) + "</lon><lat>-" +
+               std::to_string(l) + "</lat></position-LL1></offsetLL></posOffset></RoadPoint>";
+    lanes += "</points></Lane>";
+  }
+  return "<MessageFrame><mapFrame><msgCnt>3</msgCnt><nodes><Node><id><id>303</id></id>"
+         "<refPos><lat>0</lat><long>0</long></refPos><inLinks><Link><upstreamNodeId><id>1</id></upstreamNodeId>"
+         "<linkWidth>300</linkWidth><lanes>" +
+         lanes + "</lanes></Link></inLinks></Node></nodes></mapFrame></MessageFrame>";
+}
+
+// Strict UTF-8: no stray continuation byte, no overlong form, no surrogate,
+// nothing above U+10FFFF. The code points into out.
+bool utf8(const std::string& text, std::u32string* out = nullptr) {
+  for (size_t i = 0; i < text.size();) {
+    const auto b = static_cast<unsigned char>(text[i]);
+    const int n = b < 0x80 ? 0 : (b >> 5) == 6 ? 1 : (b >> 4) == 14 ? 2 : (b >> 3) == 30 ? 3 : -1;
+    if (n < 0 || i + static_cast<size_t>(n) >= text.size()) return false;
+    char32_t cp = n == 0 ? b : b & (0x3F >> n);
+    for (int k = 1; k <= n; ++k) {
+      const auto c = static_cast<unsigned char>(text[i + k]);
+      if ((c >> 6) != 2) return false;
+      cp = (cp << 6) | (c & 0x3F);
+    }
+    const char32_t least[] = {0, 0x80, 0x800, 0x10000};
+    if (cp < least[n] || (cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF) return false;
+    if (out != nullptr) out->push_back(cp);
+    i += static_cast<size_t>(n) + 1;
+  }
+  return true;
+}
+
+// Under the field profile: every map of the stack's answer goes up (three,
+// each round), every upload is valid UTF-8 JSON whose "maneuvers" give back
+// the bit string's byte as a code point, and the map whose upload is over
+// 9999 bytes still goes up, with one warning however many rounds.
+TEST(MapUpProcess, FieldUploadsEveryMapAsValidJson) {
+  v2xtest::TempDir work;
+  const std::string device = v2xtest::uniqueDevice("UPF");
+  ASSERT_TRUE(v2xtest::prepareWorkdir(work.path(), device));
+  fieldProfile(work.path());
+  ChildProcess stack, cloud, service;
+  startStackPeer(stack, work, {uper(kMaps[0]), uper(kMaps[1]), uper(bigMapXer().c_str())});
+  if (::testing::Test::HasFatalFailure()) return;
+  ASSERT_TRUE(cloud.start({V2X_CLOUD_SIM_BIN, "--device", device, "--count", "6", "--kind", "up", "--timeout", "40"}));
+  ASSERT_TRUE(v2xtest::startService(service, work.path(), {"-d", "4"}));
+  const int cloudStatus = cloud.waitExit(std::chrono::seconds(45));
+  EXPECT_TRUE(WIFEXITED(cloudStatus) && WEXITSTATUS(cloudStatus) == 0) << cloud.output();
+
+  std::istringstream lines(cloud.output());
+  std::vector<std::string> slices;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t raw = line.find(" raw=");
+    if (line.rfind("UP ", 0) != 0 || raw == std::string::npos) continue;
+    const std::string text = line.substr(raw + 5);
+    ASSERT_TRUE(utf8(text)) << text.substr(0, 200);
+    cJSON* doc = cJSON_ParseWithOpts(text.c_str(), nullptr, 1);
+    ASSERT_NE(doc, nullptr) << text.substr(0, 200);
+    slices.push_back(cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(doc, "mapSlice")));
+    const cJSON* lane = cJSON_GetArrayItem(
+        cJSON_GetObjectItemCaseSensitive(
+            cJSON_GetArrayItem(
+                cJSON_GetObjectItemCaseSensitive(
+                    cJSON_GetArrayItem(
+                        cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(doc, "map"), "nodes"), 0),
+                    "inLinks"),
+                0),
+            "lanes"),
+        0);
+    std::u32string maneuvers;
+    const char* m = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(lane, "maneuvers"));
+    if (slices.back() == "0") {
+      ASSERT_NE(m, nullptr);
+      EXPECT_TRUE(utf8(m, &maneuvers));
+      EXPECT_EQ(maneuvers, std::u32string(1, U'\x80')) << "the bit string's first byte, as its code point";
+    }
+    cJSON_Delete(doc);
+  }
+  EXPECT_EQ(slices, (std::vector<std::string>{"0", "1", "2", "0", "1", "2"})) << cloud.output();
+  service.signal(SIGTERM);
+  service.waitExit();
+  EXPECT_EQ(v2xtest::countOf(v2xtest::readFile(work.file("log/map_conv.log")), "over 9999: sent all the same"), 1u);
   stack.signal(SIGINT);
   stack.waitExit();
 }

@@ -14,6 +14,7 @@
 
 #include "map_conv_mapup.h"
 #include "map_conv_mapup_print.h"
+#include "map_conv_profile.h"
 
 namespace {
 
@@ -255,6 +256,37 @@ TEST(MapUpRender, DocumentTexts) {
     EXPECT_EQ(render(f.frame, c.envelope), c.expect);
   }
   EXPECT_EQ(v2xmapconv_StructToJson(nullptr), nullptr);
+}
+
+// Under the field profile every byte from 0x80 of a text made from bytes is
+// written as its escape: the document is ASCII, so valid UTF-8, and a reader
+// gets each byte back as the code point of its value (0xC0 and 0xA0 stay
+// apart). The reference profile writes the bytes as they are.
+TEST(MapUpRender, FieldWritesHighBytesEscaped) {
+  Frame f;
+  Node_t* node = append<Node_t>(f.frame->choice.mapFrame.nodes);
+  node->name = bytes<DescriptiveName_t>({0xC0, 0xA0, 'x'});
+  node->inLinks = make<LinkList>();
+  Link_t* link = append<Link_t>(*node->inLinks);
+  Lane_t* lane = append<Lane_t>(link->lanes);
+  lane->maneuvers = bytes<BIT_STRING_t>({0x80, 0x00}, 4);  // straight ahead allowed
+  const std::string tail =
+      R"(","id":{"id":0},"refPos":{"lon":0,"lat":0},"inLinks":[{"upstreamNodeId":{"id":0},"linkWidth":0,)"
+      R"("lanes":[{"laneId":0,"maneuvers":")";
+  const struct {
+    map_conv_profile_e profile;
+    std::string expect;
+  } cases[] = {
+      {MAP_CONV_PROFILE_REFERENCE, R"({"mapSlice":"0","map":{"nodes":[{"name":")"
+                                   "\xC0\xA0x" +
+                                       tail + "\x80" + R"("}]}]}]},"eTag":"E"})"},
+      {MAP_CONV_PROFILE_FIELD, R"({"mapSlice":"0","map":{"nodes":[{"name":"\u00c0\u00a0x)" + tail + R"(\u0080"}]}]}]},"eTag":"E"})"},
+  };
+  for (const auto& c : cases) {
+    v2xmapconv_SetProfile(c.profile);
+    EXPECT_EQ(render(f.frame, {0, "E", false, ""}), c.expect) << v2xmapconv_ProfileName(c.profile);
+  }
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
 }
 
 // The fast printer of a rendering gives the bytes cJSON's own printer gives.

@@ -125,6 +125,17 @@ int32 v2xipc_SocketSetSendAddr(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf,
  */
 int32 v2xipc_SocketReqSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, int32 timeoutMs,
                            v2xpub_UdpSocketDataHead_t* send, v2xpub_UdpSocketDataHead_t* recv);
+/*
+ * Sends one datagram from the client socket to the destination at once and
+ * returns: it neither waits for the turn of an exchange in progress nor for an
+ * answer, so a notice never waits behind a request to a peer that does not
+ * answer. An answer that comes back is discarded with the stale datagrams of
+ * the next exchange. send: the packet (m_curMsgLen bytes at mp_data), not kept.
+ * 0 when the datagram was handed to the kernel; V2XIPC_ERR_PARAM (bad argument,
+ * no client side), V2XIPC_ERR_NODEST (no destination set), V2XIPC_ERR_CLOSED
+ * (shut down), V2XIPC_ERR_REFUSED or V2XIPC_ERR_SYS (logged).
+ */
+int32 v2xipc_SocketSend(V2X_UDPSOCKHANDLE handle, v2xpub_UdpSocketDataHead_t* send);
 /* Sends a packet to addr (as given to a receive routine), from the server
  * socket if the handle has one. 0 or an error. */
 int32 v2xipc_SocketRespSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, v2xpub_UdpSocketDataHead_t* data,

@@ -74,11 +74,29 @@ bool v2xlog_IsEnabled(v2xlog_config_t* tag, int32 level);
 /* Formats (at most V2XLOG_LINE_MAX bytes) and writes one line. A null tag
  * record uses the default tag given to v2xlog_Init. */
 void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
-/* Flushes the outputs (tests and shutdown). */
+/* Flushes the outputs (tests and shutdown), after the summary lines of the
+ * repeats still being counted. */
 void v2xlog_Flush(void);
 /* True once the program set its logging up: v2xlog_Init, v2xlog_AddTag or
  * v2xlog_SetAllTagLevel was called. */
 bool v2xlog_IsConfigured(void);
+
+/*
+ * Summing of repeats, for bad-packet, error and warning lines (levels 1 to 3):
+ * a line identical (tag, level and text) to one written less than windowMs
+ * milliseconds before is not written but counted. When the window has passed
+ * (seen at the next line written, or at v2xlog_Flush), the count goes out as
+ * one line, the text followed by " ... repeated N times", and the next
+ * identical line is written again. At most V2XLOG_REPEAT_SLOTS different lines
+ * are counted at a time (the oldest is summed up to make room), each at most
+ * V2XLOG_LINE_MAX bytes: the memory is bounded. windowMs 0 (the default)
+ * writes every line. v2xlog_Init keeps the setting; the counts so far are
+ * summed up to the outputs it replaces.
+ */
+void v2xlog_SetRepeatWindow(uint32 windowMs);
+#define V2XLOG_REPEAT_SLOTS 16
+/* The window a service uses: "within a few seconds". */
+#define V2XLOG_REPEAT_WINDOW_MS 5000
 
 /*
  * The one way modules log: V2XLOG(&g_curTag, 2, "open %s error", path) writes

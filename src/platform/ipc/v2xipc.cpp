@@ -316,6 +316,18 @@ void giveTurn(Sock* s) {
   s->turnCv.notify_one();
 }
 
+// One datagram from the client socket to dest.
+int32 sendTo(Sock* s, const sockaddr_in& dest, const v2xpub_UdpSocketDataHead_t* send) {
+  if (sendto(s->cliFd, send->mp_data, static_cast<size_t>(send->m_curMsgLen), 0,
+             reinterpret_cast<const sockaddr*>(&dest), sizeof(dest)) >= 0)
+    return V2XIPC_OK;
+  int err = errno;
+  char text[INET_ADDRSTRLEN];
+  V2XLOG(&g_curTag, 3, "socket %s: send to %s:%u failed: %s", s->name, addrText(dest, text, sizeof(text)),
+         ntohs(dest.sin_port), std::strerror(err));
+  return err == ECONNREFUSED ? V2XIPC_ERR_REFUSED : V2XIPC_ERR_SYS;
+}
+
 // One exchange on the client socket, the turn held: send, then wait for the
 // destination's answer until the deadline or a shutdown.
 int32 exchange(Sock* s, Clock::time_point deadline, v2xpub_UdpSocketDataHead_t* send,
@@ -328,13 +340,8 @@ int32 exchange(Sock* s, Clock::time_point deadline, v2xpub_UdpSocketDataHead_t* 
   }
   drainStale(s);
   char text[INET_ADDRSTRLEN];
-  if (sendto(s->cliFd, send->mp_data, static_cast<size_t>(send->m_curMsgLen), 0,
-             reinterpret_cast<const sockaddr*>(&dest), sizeof(dest)) < 0) {
-    int err = errno;
-    V2XLOG(&g_curTag, 3, "socket %s: send to %s:%u failed: %s", s->name, addrText(dest, text, sizeof(text)),
-           ntohs(dest.sin_port), std::strerror(err));
-    return err == ECONNREFUSED ? V2XIPC_ERR_REFUSED : V2XIPC_ERR_SYS;
-  }
+  int32 sent = sendTo(s, dest, send);
+  if (sent != V2XIPC_OK) return sent;
 
   const size_t capacity = static_cast<size_t>(recv->m_curMsgLen);
   for (;;) {
@@ -507,6 +514,27 @@ int32 v2xipc_SocketReqSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, int
   ret = exchange(s, deadline, send, recv);
   giveTurn(s);
   return ret;
+}
+
+int32 v2xipc_SocketSend(V2X_UDPSOCKHANDLE handle, v2xpub_UdpSocketDataHead_t* send) {
+  if (handle == nullptr || send == nullptr || send->mp_data == nullptr || send->m_curMsgLen <= 0)
+    return V2XIPC_ERR_PARAM;
+  Sock* s = static_cast<Sock*>(handle);
+  if (s->cliFd < 0) {
+    V2XLOG(&g_curTag, 2, "socket %s has no client side", s->name);
+    return V2XIPC_ERR_PARAM;
+  }
+  {
+    std::lock_guard lock(s->turnMutex);
+    if (s->shutDown) return V2XIPC_ERR_CLOSED;
+  }
+  sockaddr_in dest{};
+  {
+    std::lock_guard destLock(s->destMutex);
+    if (!s->destSet) return V2XIPC_ERR_NODEST;
+    dest = s->dest;
+  }
+  return sendTo(s, dest, send);
 }
 
 int32 v2xipc_SocketRespSend(V2X_UDPSOCKHANDLE handle, v2x_ipc_config_t* conf, v2xpub_UdpSocketDataHead_t* data,

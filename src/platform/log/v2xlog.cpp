@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -107,6 +108,81 @@ spdlog::level::level_enum toSpd(int32 level) {
   return spdlog::level::trace;
 }
 
+bool summed(int32 level) { return level >= 1 && level <= 3; }
+
+// Counts repeats of identical lines (see v2xlog_SetRepeatWindow). Not
+// thread-safe by itself: the output calls it under its repeat lock.
+class Repeats {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using Emit = void (*)(void* ctx, const char* tag, int32 level, const char* text, uint32 count);
+
+  bool idle() const { return used_.load(std::memory_order_relaxed) == 0; }
+
+  // Sums up (through emit) the lines whose window has passed by now, or all
+  // of them when all is set, and frees their slots.
+  void sumUp(Clock::time_point now, Clock::duration window, bool all, Emit emit, void* ctx) {
+    for (Slot& s : slots_) {
+      if (!s.used || (!all && now - s.since < window)) continue;
+      if (s.count > 0) emit(ctx, s.tag, s.level, s.text.c_str(), s.count);
+      s.used = false;
+      used_.fetch_sub(1, std::memory_order_relaxed);
+    }
+  }
+
+  // True when the line repeats one written within the window (it is counted
+  // then); false when it is to be written, and is remembered from now on.
+  bool repeat(const char* tag, int32 level, const char* text, Clock::time_point now, Emit emit, void* ctx) {
+    const uint64 hash = fnv(text);
+    Slot* room = nullptr;
+    for (Slot& s : slots_) {
+      if (!s.used) {
+        if (room == nullptr || room->used) room = &s;
+        continue;
+      }
+      if (s.hash == hash && s.level == level && std::strcmp(s.tag, tag) == 0 && s.text == text) {
+        ++s.count;
+        return true;
+      }
+      if (room == nullptr || (room->used && s.since < room->since)) room = &s;
+    }
+    if (room->used) {  // full: the oldest makes room
+      if (room->count > 0) emit(ctx, room->tag, room->level, room->text.c_str(), room->count);
+    } else {
+      used_.fetch_add(1, std::memory_order_relaxed);
+    }
+    room->used = true;
+    room->hash = hash;
+    room->level = level;
+    std::snprintf(room->tag, sizeof(room->tag), "%s", tag);
+    room->text.assign(text, strnlen(text, V2XLOG_LINE_MAX));
+    room->since = now;
+    room->count = 0;
+    return false;
+  }
+
+ private:
+  struct Slot {
+    bool used = false;
+    uint64 hash = 0;
+    int32 level = 0;
+    char tag[8] = {};
+    std::string text;
+    Clock::time_point since{};
+    uint32 count = 0;
+  };
+
+  static uint64 fnv(const char* text) {
+    uint64 h = 14695981039346656037ULL;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p != '\0'; ++p)
+      h = (h ^ *p) * 1099511628211ULL;
+    return h;
+  }
+
+  std::array<Slot, V2XLOG_REPEAT_SLOTS> slots_{};
+  std::atomic<int> used_{0};
+};
+
 class Output {
  public:
   // Never destroyed, like the registry: a task thread logging during exit
@@ -135,6 +211,7 @@ class Output {
     bool envForce = env != nullptr && std::strcmp(env, "1") == 0;
     if (force || envForce || (console && isatty(STDERR_FILENO) != 0))
       sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+    sumUpRepeats();  // into the outputs being replaced
     auto logger = std::make_shared<spdlog::logger>("v2x", sinks.begin(), sinks.end());
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
     logger->set_level(spdlog::level::trace);
@@ -149,20 +226,32 @@ class Output {
 
   void write(const char* tag, int32 level, const char* text) {
     std::shared_ptr<spdlog::logger> logger;
+    char tagName[8];
     {
       std::lock_guard lock(mutex_);
       logger = logger_;
-      if (tag == nullptr) tag = defaultTag_;
+      std::snprintf(tagName, sizeof(tagName), "%s", tag != nullptr ? tag : defaultTag_);
     }
-    const char* lvl = kLevelNames[static_cast<size_t>(level) & 7U];
-    if (logger) {
-      logger->log(toSpd(level), "[{}][{}] {}", tag, lvl, text);
-    } else {
-      std::fprintf(stderr, "[%s][%s] %s\n", tag, lvl, text);
+    const uint32 window = windowMs_.load(std::memory_order_relaxed);
+    if (window == 0 || (!summed(level) && repeats_.idle())) {
+      emit(logger.get(), tagName, level, text, 0);
+      return;
     }
+    // Deciding and writing under one lock keeps a summary before the lines after it.
+    std::lock_guard lock(repeatMutex_);
+    const auto now = Repeats::Clock::now();
+    repeats_.sumUp(now, std::chrono::milliseconds(window), false, emitTo, logger.get());
+    if (summed(level) && repeats_.repeat(tagName, level, text, now, emitTo, logger.get())) return;
+    emit(logger.get(), tagName, level, text, 0);
+  }
+
+  void setWindow(uint32 ms) {
+    windowMs_.store(ms, std::memory_order_relaxed);
+    if (ms == 0) sumUpRepeats();
   }
 
   void flush() {
+    sumUpRepeats();
     std::shared_ptr<spdlog::logger> logger;
     {
       std::lock_guard lock(mutex_);
@@ -172,9 +261,42 @@ class Output {
   }
 
  private:
+  // One line, or (count > 0) the summary of count repeats of it.
+  static void emit(spdlog::logger* logger, const char* tag, int32 level, const char* text, uint32 count) {
+    const char* lvl = kLevelNames[static_cast<size_t>(level) & 7U];
+    if (logger != nullptr) {
+      if (count > 0) {
+        logger->log(toSpd(level), "[{}][{}] {} ... repeated {} times", tag, lvl, text, count);
+      } else {
+        logger->log(toSpd(level), "[{}][{}] {}", tag, lvl, text);
+      }
+    } else if (count > 0) {
+      std::fprintf(stderr, "[%s][%s] %s ... repeated %u times\n", tag, lvl, text, count);
+    } else {
+      std::fprintf(stderr, "[%s][%s] %s\n", tag, lvl, text);
+    }
+  }
+  static void emitTo(void* ctx, const char* tag, int32 level, const char* text, uint32 count) {
+    emit(static_cast<spdlog::logger*>(ctx), tag, level, text, count);
+  }
+
+  // Every count so far goes out now.
+  void sumUpRepeats() {
+    std::shared_ptr<spdlog::logger> logger;
+    {
+      std::lock_guard lock(mutex_);
+      logger = logger_;
+    }
+    std::lock_guard lock(repeatMutex_);
+    repeats_.sumUp(Repeats::Clock::now(), {}, true, emitTo, logger.get());
+  }
+
   std::mutex mutex_;
   std::shared_ptr<spdlog::logger> logger_;
   char defaultTag_[8] = "V2X";
+  std::atomic<uint32> windowMs_{0};
+  std::mutex repeatMutex_;
+  Repeats repeats_;
 };
 
 bool validTag(const char* name) {
@@ -254,5 +376,6 @@ void v2xlog_Print(v2xlog_config_t* tag, int32 level, const char* fmt, ...) {
 void v2xlog_Flush(void) { Output::instance().flush(); }
 
 bool v2xlog_IsConfigured(void) { return g_configured.load(std::memory_order_acquire); }
+void v2xlog_SetRepeatWindow(uint32 windowMs) { Output::instance().setWindow(windowMs); }
 
 }  // extern "C"
