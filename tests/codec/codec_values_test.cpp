@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "codec_test_util.h"
+#include "v2xapp_gbmap_build.h"
 
 using namespace codectest;
 
@@ -113,6 +114,53 @@ TEST(CodecValues, VehicleBitsTakeTheirShortestForm) {
       EXPECT_EQ(toHex(encode(asn_DEF_LaneAttributes, back)), wire[1]);
     }
     ASN_STRUCT_FREE(asn_DEF_LaneAttributes, back);
+  }
+}
+
+// A vehicle value and its forms with trailing zeros added or removed are one
+// value: XER input (read by the codec and by the library) and the library's
+// builder, which always writes eight bits, give the same bytes.
+TEST(CodecValues, VehicleValueGivesOneEncodingOnEveryInputPath) {
+  V2XAPP_GBMHANDLE map = nullptr, node = nullptr, link = nullptr, lane = nullptr;
+  ASSERT_EQ(v2xapp_GBMapStrInit(&map), 0);
+  ASSERT_EQ(v2xapp_GBMapSetMsgCnt(map, 1), 0);
+  ASSERT_EQ(v2xapp_GBMapNodeInit(&node, 1, nullptr, nullptr, 0), 0);
+  ASSERT_EQ(v2xapp_GBMapNodeSetRefPos(node, 397870006, 1165119042, nullptr), 0);
+  ASSERT_EQ(v2xapp_GBMapAddNode(map, node), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkInit(&link), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkSetUpStreamNodeID(link, 2, nullptr), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkSetlinkWidth(link, 300), 0);
+  ASSERT_EQ(v2xapp_GBMapNodeAddLink(node, link), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkLaneInit(&lane, 1), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkLaneSetLaneAttributes(lane, V2XAPP_GBMAP_LANE_VEHICLE, 0x80, nullptr), 0);
+  ASSERT_EQ(v2xapp_GBMapLinkAddlane(link, lane), 0);
+  const Bytes built = encode(asn_DEF_MessageFrame, map);
+  v2xapp_GBMapStrDel(&map);
+  ASSERT_FALSE(built.empty()) << v2x_asn_last_error();
+
+  for (const char* bits : {"10000000", "1000000", "1000000000000000"}) {
+    SCOPED_TRACE(bits);
+    std::string doc =
+        "<MessageFrame><mapFrame><msgCnt>1</msgCnt><nodes><Node><id><id>1</id></id><refPos><lat>397870006</lat>"
+        "<long>1165119042</long></refPos><inLinks><Link><upstreamNodeId><id>2</id></upstreamNodeId>"
+        "<linkWidth>300</linkWidth><lanes><Lane><laneID>1</laneID><laneAttributes><laneType><vehicle>";
+    doc += bits;
+    doc +=
+        "</vehicle></laneType></laneAttributes></Lane></lanes></Link></inLinks></Node></nodes></mapFrame></"
+        "MessageFrame>";
+    Frame f;
+    ASSERT_EQ(decode(Bytes(doc.begin(), doc.end()), f, ATS_BASIC_XER).code, RC_OK) << v2x_asn_last_error();
+    EXPECT_EQ(toHex(encode(asn_DEF_MessageFrame, f.p)), toHex(built));
+
+    V2XAPP_GBMHANDLE read = nullptr;
+    EXPECT_EQ(v2xapp_GBMapXerDecode(&read, reinterpret_cast<uint8_t*>(doc.data()), static_cast<uint32_t>(doc.size())),
+              0);
+    Bytes out(built.size() + 8);
+    uint32_t len = static_cast<uint32_t>(out.size());
+    EXPECT_EQ(v2xapp_GBMapUperEncode(read, out.data(), &len), 0);
+    out.resize(len <= out.size() ? len : 0);
+    EXPECT_EQ(toHex(out), toHex(built));
+    v2xapp_GBMapStrDel(&read);
   }
 }
 
