@@ -88,6 +88,12 @@ ExtBlock zoneThen(const std::string& unknownBits, size_t unknownLength) {
   };
 }
 
+// Two nodes written bit by bit from random values; the same with the first
+// node's extension bit set.
+const char* const kTwoNodes = "1530d9a3890096fedff0be3a59ee6438b3b30800006656ad7e0452851328184fc0004cc941f97385356820";
+const char* const kTwoNodesFlipped =
+    "1530d9a38b0096fedff0be3a59ee6438b3b30800006656ad7e0452851328184fc0004cc941f97385356820";
+
 TEST(CodecExtensions, UnknownAdditionsAreSkippedAndBadBitmapsRefused) {
   struct Case {
     const char* what;
@@ -123,6 +129,10 @@ TEST(CodecExtensions, UnknownAdditionsAreSkippedAndBadBitmapsRefused) {
               }),
        nullptr},
       {"open type longer than the frame", withoutLastOctet(d1With(nullptr, block("1", {3}))), nullptr},
+      // Two nodes; then the first node's extension bit set without additions:
+      // the bitmap would be read from the second node's bits.
+      {"two nodes", fromHex(kTwoNodes), kTwoNodes},
+      {"first node's extension bit flipped", fromHex(kTwoNodesFlipped), nullptr},
       // Additions of the node: unknown ones beside the known two.
       {"node: unknown third addition", d1With(block("001", {9}), nullptr), kD1},
       {"node: zone and an unknown addition", d1With(zoneThen("1", 20), nullptr), kD4},
