@@ -14,7 +14,9 @@
 # are removed; the constraint functions that used the same assignment to hand
 # over to the base checker call it directly instead. The disabled debug trace
 # is also turned into a macro, and the runtime gets the fixes listed at
-# _v2x_asn1_patch_runtime below.
+# _v2x_asn1_patch_runtime, _v2x_asn1_patch_extensions (SEQUENCE extension
+# additions in PER) and _v2x_asn1_patch_named_bits (shortest form of bit
+# strings with named bits) below.
 
 find_program(ASN1C_EXECUTABLE asn1c REQUIRED)
 
