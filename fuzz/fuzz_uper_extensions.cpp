@@ -3,7 +3,7 @@
 // SEQUENCE in it (MapData, Node, Link, Lane, RoadPoint), whether it carries
 // unknown additions: how many bitmap bits, which set, each open type's length
 // (up to fragmented ones) with random octets. Nodes may also carry the known
-// prohibited zone before their unknown additions. The map is written bit by
+// prohibited zone, with unknown additions of its own, before theirs. The map is written bit by
 // bit as unaligned PER twice, plain and with the additions.
 //  - The plain frame decodes and encodes back to the same bytes (so the
 //    writer below is right).
@@ -56,10 +56,6 @@ class Source {
   size_t size_;
   size_t pos_ = 0;
 };
-
-// A known addition: the 16 octets of a node's prohibited zone (four corners
-// as position-LL1 offsets).
-const Bytes kZone = {0x40, 0x04, 0x05, 0x40, 0x50, 0x3f, 0xb4, 0x05, 0x03, 0xfb, 0x3f, 0xb0, 0x40, 0x53, 0xfb, 0x00};
 
 // Unknown additions of one SEQUENCE: bitmap bits after the known ones, and an
 // open type length per set bit.
@@ -203,8 +199,8 @@ class Writer {
 
   void node() {
     const Unknown u = pickUnknown();
-    const bool zone = in_.flag();
-    extensionBits(zone, zone || u.any());
+    const bool hasZone = in_.flag();
+    extensionBits(hasZone, hasZone || u.any());
     const bool hasName = optional(), links = optional();
     if (hasName) name();
     nodeReference();
@@ -217,8 +213,31 @@ class Writer {
       put(n - 1, 5);
       for (int i = 0; i < n; i++) link();
     }
-    if (zone) extensionPart(plain, {false, true}, Unknown{}, &kZone, false);
-    if (zone || u.any()) extensionPart(ext, {false, zone}, u, zone ? &kZone : nullptr, false);
+    if (hasZone) {
+      Bits plainZone, extZone;
+      zone(plainZone, extZone);
+      extensionPart(plain, {false, true}, Unknown{}, &plainZone.bytes, false);
+      extensionPart(ext, {false, true}, u, &extZone.bytes, false);
+    } else if (u.any()) {
+      extensionPart(ext, {false, false}, u, nullptr, false);
+    }
+  }
+
+  // A known addition, itself extensible: a prohibited zone (a central
+  // polygon of four position-LL1 corners), plain and with unknown additions.
+  void zone(Bits& plainZone, Bits& extZone) {
+    const Unknown u = pickUnknown();
+    plainZone.put(0, 1);
+    extZone.put(u.any(), 1);
+    for (Bits* w : {&plainZone, &extZone}) w->put(0x80, 8);  // central polygon only, four corners
+    for (int i = 0; i < 4; i++) {
+      const uint64_t corner = in_.take(24);
+      for (Bits* w : {&plainZone, &extZone}) {
+        w->put(0, 4);  // no vertical offset, position-LL1
+        w->put(corner, 24);
+      }
+    }
+    if (u.any()) extensionPart(extZone, {}, u, nullptr, false);
   }
 
   void points() {
