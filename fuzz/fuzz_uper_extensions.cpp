@@ -32,8 +32,16 @@ struct Bits {
       if ((value >> i) & 1U) bytes.back() |= static_cast<uint8_t>(0x80U >> (count % 8));
     }
   }
-  void octets(const Bytes& b) {
-    for (uint8_t c : b) put(c, 8);
+  // One octet at any bit position, in at most two pieces.
+  void octet(uint8_t c) {
+    const unsigned shift = count % 8;
+    if (shift == 0) {
+      bytes.push_back(c);
+    } else {
+      bytes.back() |= static_cast<uint8_t>(c >> shift);
+      bytes.push_back(static_cast<uint8_t>(c << (8 - shift)));
+    }
+    count += 8;
   }
 };
 
@@ -96,7 +104,7 @@ class Writer {
  private:
   Source in_;
   uint64_t seed_;
-  size_t budget_ = 300000;  // octets of unknown additions in one frame
+  size_t budget_ = 100000;  // octets of unknown additions in one frame
 
   void put(uint64_t value, int width) {
     plain.put(value, width);
@@ -128,10 +136,10 @@ class Writer {
     switch (in_.take(3)) {
       case 5: return 1 + in_.take(8);
       case 6: return kEdges[in_.take(4) % 9];
-      case 7: {
+      case 7: {  // one in four: fragmented
         const size_t len = kLong[in_.take(3) % 6];
-        if (len <= budget_) return len;
-        return 4;
+        if (in_.take(2) == 0 && len <= budget_) return len;
+        return 1 + in_.take(16) % 16383;
       }
       default: return 1 + in_.take(4);
     }
@@ -156,15 +164,15 @@ class Writer {
   // Length determinant and octets of one open type, fragmented above 16K.
   void openType(Bits& w, size_t octets, const Bytes* content) {
     size_t left = octets, at = 0;
-    auto octet = [&] { return content != nullptr ? (*content)[at++] : randomOctet(); };
+    auto next = [&] { return content != nullptr ? (*content)[at++] : randomOctet(); };
     while (left >= 16384) {
       const size_t m = left / 16384 < 4 ? left / 16384 : 4;
       w.put(0xC0 | m, 8);
-      for (size_t i = 0; i < m * 16384; i++) w.put(octet(), 8);
+      for (size_t i = 0; i < m * 16384; i++) w.octet(next());
       left -= m * 16384;
     }
     w.put(left < 128 ? left : (0x8000 | left), left < 128 ? 8 : 16);
-    for (size_t i = 0; i < left; i++) w.put(octet(), 8);
+    for (size_t i = 0; i < left; i++) w.octet(next());
   }
 
   // Bitmap length, bitmap (known bits, then unknown ones) and open types.
