@@ -14,7 +14,9 @@
 # are removed; the constraint functions that used the same assignment to hand
 # over to the base checker call it directly instead. The disabled debug trace
 # is also turned into a macro, and the runtime gets the fixes listed at
-# _v2x_asn1_patch_runtime below.
+# _v2x_asn1_patch_runtime, _v2x_asn1_patch_extensions (SEQUENCE extension
+# additions in PER) and _v2x_asn1_patch_named_bits (shortest form of bit
+# strings with named bits) below.
 
 find_program(ASN1C_EXECUTABLE asn1c REQUIRED)
 
@@ -124,6 +126,213 @@ asn_TYPE_descriptor_t asn_DEF_NativeEnumerated = {
 ]=])
 endfunction()
 
+# UPER extension additions of SEQUENCE (X.691 clause 19): after the root, a
+# normally-small length, a bitmap of that many bits, then one open type
+# (length, possibly fragmented, and octets) per set bit. The runtime read one
+# open type whatever the bitmap said, and skipped an unknown one by reading
+# 24 bits at a time, so an addition of any length but a multiple of 3 octets
+# failed. Now every announced addition is read: known ones decoded from their
+# open type, the others skipped by their length. A bitmap of length 0 or with
+# no bit set cannot follow a set extension bit and is refused.
+function(_v2x_asn1_patch_extensions gen_dir)
+  _v2x_asn1_replace(${gen_dir}/constr_SEQUENCE.c
+    "\t\tbmlength = uper_get_nslength(pd);\n\t\tif(bmlength < 0) ASN__DECODE_STARVED;\n"
+    "\t\tbmlength = uper_get_nslength(pd);\n\t\tif(bmlength < 0) ASN__DECODE_STARVED;\n\t\tif(bmlength == 0) ASN__DECODE_FAILED;\t/* a bitmap has bits */\n")
+  _v2x_asn1_replace(${gen_dir}/constr_SEQUENCE.c
+    "\t\tmemset(&epmd, 0, sizeof(epmd));\n" [=[
+		/* The extension bit announced at least one addition */
+		{
+			ssize_t i;
+			int any = 0;
+			for(i = 0; i < ((bmlength + 7) >> 3); i++)
+				any |= epres[i];
+			if(!any) {
+				FREEMEM(epres);
+				ASN__DECODE_FAILED;
+			}
+		}
+
+		memset(&epmd, 0, sizeof(epmd));
+]=])
+  _v2x_asn1_replace(${gen_dir}/constr_SEQUENCE.c [=[
+		/* Skip over overflow extensions which aren't present
+		 * in this system's version of the protocol */
+		for(;;) {
+			ASN_DEBUG("Getting overflow extensions");
+			switch(per_get_few_bits(&epmd, 1)) {
+			case -1: break;
+			case 0: continue;
+			default:
+				if(uper_open_type_skip(opt_codec_ctx, pd)) {
+					FREEMEM(epres);
+					ASN__DECODE_STARVED;
+				}
+			}
+			break;
+		}
+]=] [=[
+		/* Additions this version does not know: one open type
+		 * per set bit, skipped whole */
+		for(;;) {
+			int skipped;
+			int bit = per_get_few_bits(&epmd, 1);
+			if(bit < 0) break;	/* end of the bitmap */
+			if(bit == 0) continue;
+			skipped = uper_open_type_skip(opt_codec_ctx, pd);
+			if(skipped) {
+				FREEMEM(epres);
+				if(skipped < 0) ASN__DECODE_STARVED;
+				ASN__DECODE_FAILED;
+			}
+		}
+]=])
+  # The skip itself: every piece's length, then its octets. An open type
+  # holds a complete encoding, which is never empty.
+  _v2x_asn1_replace(${gen_dir}/per_opentype.c [=[
+	asn_TYPE_descriptor_t s_td;
+	asn_dec_rval_t rv;
+
+	s_td.name = "<unknown extension>";
+	s_td.uper_decoder = uper_sot_suck;
+
+	rv = uper_open_type_get(ctx, &s_td, 0, 0, pd);
+	if(rv.code != RC_OK)
+		return -1;
+	else
+		return 0;
+}
+]=] [=[
+	size_t total = 0;
+	int repeat;
+
+	(void)ctx;
+	(void)uper_sot_suck;
+	do {
+		ssize_t chunk_bytes = uper_get_length(pd, -1, &repeat);
+		size_t bits;
+		if(chunk_bytes < 0) return -1;
+		bits = (size_t)chunk_bytes << 3;
+		if(!pd->refill && bits > (size_t)(pd->nbits - pd->nboff))
+			return -1;	/* the data end inside it */
+		while(bits > 0) {
+			int step = bits > 24 ? 24 : (int)bits;
+			if(per_get_few_bits(pd, step) < 0) return -1;
+			bits -= step;
+		}
+		total += chunk_bytes;
+	} while(repeat);
+	return total ? 0 : 1;	/* 1: malformed */
+}
+]=])
+  _v2x_asn1_replace(${gen_dir}/per_opentype.h
+    "int uper_open_type_skip("
+    "/* 0: skipped; -1: the data end inside it; 1: an empty open type */\nint uper_open_type_skip(")
+endfunction()
+
+# A BIT STRING with named bits is encoded in PER with its trailing zero bits
+# removed, then zero bits added up to the lower bound of its size constraint
+# (X.680 22.7, X.691 16): a value and its zero-padded form give the same
+# bytes, and a SIZE(8,...) value of 7 or 16 bits whose significant bits fit
+# in 8 goes out in the root form. asn1c keeps the names only in the type's
+# header (an enum beside the typedef), not in the descriptor, so the types are
+# listed here from the headers and the BIT STRING encoder looks them up.
+function(_v2x_asn1_patch_named_bits gen_dir)
+  file(GLOB gen_c ${gen_dir}/*.c)
+  foreach(c ${gen_c})
+    file(READ ${c} text)
+    if(NOT c MATCHES "/BIT_STRING\\.c$" AND text MATCHES "&asn_DEF_BIT_STRING,")
+      message(FATAL_ERROR "asn1c output ${c}: a member of an unnamed BIT STRING type; "
+        "define the bit string as a type of its own so that its named bits are known")
+    endif()
+  endforeach()
+
+  file(GLOB gen_h ${gen_dir}/*.h)
+  set(decls "")
+  set(entries "")
+  foreach(h ${gen_h})
+    file(READ ${h} text)
+    if(text MATCHES "\ntypedef BIT_STRING_t\t ([A-Za-z0-9_]+)_t;")
+      set(name ${CMAKE_MATCH_1})
+      if(text MATCHES "} e_${name};")
+        string(APPEND decls "extern asn_TYPE_descriptor_t asn_DEF_${name};\n")
+        string(APPEND entries "\t&asn_DEF_${name},\n")
+      endif()
+    endif()
+  endforeach()
+
+  set(table_head [=[
+/* Bit string types with named bits (listed when the code was generated) */
+static asn_TYPE_descriptor_t *const named_bit_types[] = {
+]=])
+  set(encoder [=[
+	0
+};
+
+static int
+has_named_bits(const asn_TYPE_descriptor_t *td) {
+	int i;
+	for(i = 0; named_bit_types[i]; i++)
+		if(named_bit_types[i] == td) return 1;
+	return 0;
+}
+
+static asn_enc_rval_t
+BIT_STRING_encode_uper_named(asn_TYPE_descriptor_t *td,
+		asn_per_constraints_t *constraints, void *sptr,
+		asn_per_outp_t *po) {
+	const asn_per_constraints_t *pc = constraints ? constraints
+				: td->per_constraints;
+	const BIT_STRING_t *st = (const BIT_STRING_t *)sptr;
+	BIT_STRING_t canon;
+	size_t given, bits, bytes;
+	long lower = 0;
+	asn_enc_rval_t er;
+
+	if(!st || !has_named_bits(td))
+		return OCTET_STRING_encode_uper(td, constraints, sptr, po);
+	if(st->size < 0 || (!st->buf && st->size))
+		ASN__ENCODE_FAILED;
+	if(pc && (pc->size.flags & (APC_CONSTRAINED | APC_SEMI_CONSTRAINED)))
+		lower = pc->size.lower_bound;
+
+	given = (size_t)st->size * 8 - (st->bits_unused & 0x07);
+	if(st->size == 0) given = 0;
+	for(bits = given; bits > 0; bits--)
+		if(st->buf[(bits - 1) >> 3] & (0x80 >> ((bits - 1) & 7)))
+			break;
+	if(lower > 0 && bits < (size_t)lower)
+		bits = (size_t)lower;
+
+	bytes = (bits + 7) >> 3;
+	memset(&canon, 0, sizeof(canon));
+	canon.buf = (uint8_t *)CALLOC(1, bytes ? bytes : 1);
+	if(!canon.buf) ASN__ENCODE_FAILED;
+	if(bytes && st->size)
+		memcpy(canon.buf, st->buf,
+			bytes < (size_t)st->size ? bytes : (size_t)st->size);
+	/* Bits past the given value (unused bits, padding) are zero */
+	if(bits > given && (given >> 3) < bytes)
+		canon.buf[given >> 3] &= (uint8_t)(0xff00 >> (given & 7));
+	if(bytes && (bits & 7))
+		canon.buf[bytes - 1] &= (uint8_t)(0xff00 >> (bits & 7));
+	canon.size = (int)bytes;
+	canon.bits_unused = (int)(bytes * 8 - bits);
+
+	er = OCTET_STRING_encode_uper(td, constraints, &canon, po);
+	FREEMEM(canon.buf);
+	if(er.encoded < 0) er.structure_ptr = sptr;
+	return er;
+}
+
+asn_TYPE_descriptor_t asn_DEF_BIT_STRING = {
+]=])
+  _v2x_asn1_replace(${gen_dir}/BIT_STRING.c
+    "\tOCTET_STRING_encode_uper,\t/* Unaligned PER encoder */\n"
+    "\tBIT_STRING_encode_uper_named,\t/* Unaligned PER encoder */\n")
+  _v2x_asn1_replace(${gen_dir}/BIT_STRING.c
+    "asn_TYPE_descriptor_t asn_DEF_BIT_STRING = {\n" "${decls}${table_head}${entries}${encoder}")
+endfunction()
+
 function(v2x_asn1_library target)
   cmake_parse_arguments(A "" "" "FILES;FLAGS" ${ARGN})
   if(NOT A_FILES)
@@ -210,6 +419,8 @@ function(v2x_asn1_library target)
     string(REPLACE "${debug_fn}" "#define ASN_DEBUG(...) ((void)0)" text "${text}")
     file(WRITE ${gen_dir}/asn_internal.h "${text}")
     _v2x_asn1_patch_runtime(${gen_dir})
+    _v2x_asn1_patch_extensions(${gen_dir})
+    _v2x_asn1_patch_named_bits(${gen_dir})
     file(WRITE ${stamp} "${hash}")
   endif()
 
