@@ -144,8 +144,11 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
 TEST_F(CloudLink, FieldDropsOverlongMapDownWhole) {
   v2xtest::TempDir work;
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path()));
+  v2xtest::setProfile(work.path(), "field");
   ASSERT_EQ(v2xmapconv_InitCfg(work.path().c_str()), 0);
-  v2xmapconv_SetProfile(MAP_CONV_PROFILE_FIELD);
+  map_conv_config_t* cfg = nullptr;
+  ASSERT_EQ(v2xmapconv_GetCfgData(&cfg), 0);
+  ASSERT_TRUE(v2xmapconv_IsFieldProfile());
   const struct {
     size_t len;
     std::vector<unsigned> samples;
