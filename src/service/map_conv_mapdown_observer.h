@@ -23,6 +23,9 @@ struct MapDownFault {
   const char* key;
   // The message-set type whose range the value left, or null.
   const asn_TYPE_descriptor_s* type;
+  // A value of the wrong JSON type that the reference reading takes as it
+  // comes (no code, no log line): the observer hears of it all the same.
+  bool misfit = false;
 };
 
 class MapDownObserver {

@@ -101,7 +101,7 @@ int32 reportMisfit(const Caller& caller, const cJSON* item, const char* what, co
                 what, readAs);
   if (!field) {
     // The reference reading goes on as if nothing was wrong; only the observer hears of it.
-    t_observer->onFault({caller.name, text, kNoCode, 0, item, nullptr, type});
+    t_observer->onFault({caller.name, text, kNoCode, 0, item, nullptr, type, true});
     return 0;
   }
   fault.text = text;

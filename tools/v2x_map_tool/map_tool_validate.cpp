@@ -159,6 +159,7 @@ class Collector : public v2xmapconv::MapDownObserver {
   void onDocument(const cJSON* root) override { root_ = root; }
 
   void onFault(const v2xmapconv::MapDownFault& f) override {
+    if (f.misfit) return;  // the document scan reports wrong kinds, with what the service reads instead
     Entry e;
     e.finding.path = documentPath(root_, f.item, f.key);
     if (f.key == nullptr) {

@@ -163,6 +163,7 @@ class Scanner {
  private:
   std::vector<Finding>& faults_;
   std::vector<Finding>& warnings_;
+  int holderCode_ = 0;  // while inside a node reference: the field code of the key that holds it
 
   static std::string join(const std::string& path, const char* key) {
     return path.empty() ? std::string(key) : path + "." + key;
@@ -206,8 +207,10 @@ class Scanner {
     f.reads = reads;
     f.effect = "the service reads " + reads + " instead, without an error code";
     f.reach = kReachValueChanged;
-    if (key.fieldCode != 0) {
-      f.field = "records code " + std::to_string(key.fieldCode) + " (\"" + v2xmapconv_GetErrorDesc(key.fieldCode) +
+    // Inside a node reference the field profile records the code of the key holding it.
+    const int code = key.fieldCode != 0 ? key.fieldCode : holderCode_;
+    if (code != 0) {
+      f.field = "records code " + std::to_string(code) + " (\"" + v2xmapconv_GetErrorDesc(code) +
                 "\"), as for a value out of range";
     }
     f.log = "";
@@ -241,8 +244,13 @@ class Scanner {
           wrongKind(path, item, key, "an object", "an object without members");
           return;
         }
-        // The map body's keys are named from "nodes" on, as the reader's are.
-        object(item, key.child, key.child == kMap ? std::string() : path);
+        {
+          const int outer = holderCode_;
+          if (key.child == kRef) holderCode_ = key.fieldCode;
+          // The map body's keys are named from "nodes" on, as the reader's are.
+          object(item, key.child, key.child == kMap ? std::string() : path);
+          holderCode_ = outer;
+        }
         return;
       case Want::Array:
         if (!cJSON_IsArray(item)) {
