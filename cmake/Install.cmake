@@ -172,7 +172,10 @@ function(v2x_install_configured template destination component)
     COMPONENT ${component})
 endfunction()
 
+# v2xmap: the shared library (Libs.private: what a -static program needs);
+# v2xmap-static: the static library, linked into the program.
 v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2xmap.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
+v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2xmap-static.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
 v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2x_map_convert.service.in ${V2X_SYSTEMD_UNITDIR} runtime)
 
 # The service and every companion program (tools/<name> builds <name>).

@@ -6,7 +6,9 @@
 #
 #   scripts/package.sh [OUTDIR]       default OUTDIR: build-deb
 #
-# The packages (.deb, and the -dbgsym .ddeb) end up in OUTDIR. Environment:
+# The packages (and their -dbgsym packages) end up in OUTDIR; then
+# tests/packaging/deb_test.sh checks them (lintian, contents, an unpacked
+# install). Environment:
 # DEB_BUILD_OPTIONS as usual (CI passes nocheck: the tests have run already),
 # CMAKE_*_COMPILER_LAUNCHER (ccache) are passed through.
 set -euo pipefail
@@ -23,4 +25,4 @@ jobs="${JOBS:-$(nproc)}"
 (cd "$src" && DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} parallel=$jobs" dpkg-buildpackage -us -uc -b) \
   >"$out/build.log" 2>&1 || { tail -n 60 "$out/build.log" >&2; echo "package.sh: dpkg-buildpackage failed (log: $out/build.log)" >&2; exit 1; }
 rm -rf "$src"
-ls "$out"/*.deb "$out"/*.ddeb 2>/dev/null | sed 's#.*/#package: #'
+bash tests/packaging/deb_test.sh "$out" .
