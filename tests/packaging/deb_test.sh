@@ -46,7 +46,7 @@ has v2x-map-convert usr/bin/v2x_map_convert usr/bin/v2x_map_tool usr/bin/v2x_clo
 has libv2xmap1 "$lib/libv2xmap.so.1"
 has libv2xmap-dev usr/include/v2x/v2xapp_gbmap.h "$lib/libv2xmap.so" "$lib/libv2xmap.a" \
   "$lib/cmake/V2xMap/V2xMapConfig.cmake" "$lib/pkgconfig/v2xmap.pc" "$lib/pkgconfig/v2xmap-static.pc"
-dpkg-deb -c "$(deb v2x-map-convert)" | grep -E 'libv2xmap|/include/' && fail "service package carries library files"
+grep -E 'libv2xmap|/include/' <<<"$(dpkg-deb -c "$(deb v2x-map-convert)")" && fail "service package carries library files"
 
 field() { dpkg-deb -f "$(deb "$1")" "$2"; }
 for d in libc6 libspdlog libcjson libddsc libmbedcrypto libconfig; do
@@ -61,14 +61,19 @@ done
 
 root="$tmp/root"
 for p in v2x-map-convert libv2xmap1 libv2xmap-dev; do dpkg-deb -x "$(deb $p)" "$root"; done
+# Hardened ELF files: position independent, read-only relocations bound at
+# start; the service and the library (which keep text in fixed buffers) with
+# the stack protector and fortified calls. (Each tool's whole output is read:
+# grep -q at the end of a pipe could stop it early.)
 for prog in "$root"/usr/bin/* "$root/$lib/libv2xmap.so.1"; do
-  file -L "$prog" | grep -q ', stripped' || fail "$prog is not stripped"
-  # A hardened ELF: read-only relocations bound at start, stack protector,
-  # fortified calls (each program and the library use at least one).
-  readelf -d "$prog" | grep -q 'BIND_NOW\|FLAGS.*NOW' || fail "$prog is not linked with -z now"
-  readelf -lW "$prog" | grep -q GNU_RELRO || fail "$prog has no RELRO"
-  nm -D "$prog" | grep -q __stack_chk_fail || fail "$prog has no stack protector"
-  nm -D "$prog" | grep -q '_chk@' || fail "$prog has no fortified calls"
+  grep -q ', stripped' <<<"$(file -L "$prog")" || fail "$prog is not stripped"
+  grep -q 'Type: *DYN' <<<"$(readelf -h "$prog")" || fail "$prog is not position independent"
+  grep -q 'BIND_NOW\|FLAGS.*NOW' <<<"$(readelf -d "$prog")" || fail "$prog is not linked with -z now"
+  grep -q GNU_RELRO <<<"$(readelf -lW "$prog")" || fail "$prog has no RELRO"
+done
+for prog in "$root/usr/bin/v2x_map_convert" "$root/$lib/libv2xmap.so.1"; do
+  grep -q __stack_chk_fail <<<"$(nm -D "$prog")" || fail "$prog has no stack protector"
+  grep -q '_chk@' <<<"$(nm -D "$prog")" || fail "$prog has no fortified calls"
 done
 out="$("$root/usr/bin/v2x_map_convert" --version)" || fail "v2x_map_convert --version exited $?"
 [ "$out" = "version:map_conv_v230522.001" ] || fail "v2x_map_convert --version printed '$out'"
@@ -78,9 +83,9 @@ bash "$here/install_consumer_test.sh" --installed "$root/usr" "$src" "lib/$multi
 unit="$root/lib/systemd/system/v2x_map_convert.service"
 grep -qx 'ExecStart=/usr/bin/v2x_map_convert -w %S/v2x_service -f %L/v2x_service/map_conv.log' "$unit" ||
   fail "unit does not start /usr/bin/v2x_map_convert in /var/lib/v2x_service"
-# The unit with its programs taken from the unpacked package.
+# The unit with its programs and manual page taken from the unpacked package.
 sed "s#=/usr/#=$root/usr/#" "$unit" >"$tmp/v2x_map_convert.service"
-verify="$(systemd-analyze verify "$tmp/v2x_map_convert.service" 2>&1)" || true
+verify="$(MANPATH="$root/usr/share/man" systemd-analyze verify "$tmp/v2x_map_convert.service" 2>&1)" || true
 [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
 
 # Working directory helper: the packaged configuration, operator files, the

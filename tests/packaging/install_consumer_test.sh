@@ -60,8 +60,8 @@ run() {  # program, then what its output must say
 quiet cmake -S "$src/tests/packaging/consumer" -B "$tmp/consumer" -DCMAKE_C_COMPILER="$cc" \
   -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF
 quiet cmake --build "$tmp/consumer"
-ldd "$tmp/consumer/map_roundtrip" | grep -q "$lib" || fail "CMake consumer does not load $lib"
-ldd "$tmp/consumer/map_roundtrip_static" | grep -q libv2xmap && fail "static CMake consumer loads libv2xmap"
+grep -q "$lib" <<<"$(ldd "$tmp/consumer/map_roundtrip")" || fail "CMake consumer does not load $lib"
+grep -q libv2xmap <<<"$(ldd "$tmp/consumer/map_roundtrip_static")" && fail "static CMake consumer loads libv2xmap"
 run "$tmp/consumer/map_roundtrip"
 run "$tmp/consumer/map_roundtrip_static"
 
@@ -72,7 +72,7 @@ for module in v2xmap v2xmap-static; do
   quiet "$cc" -Wall -Werror "$consumer_c" "${flags[@]}" -o "$tmp/pc_$module"
 done
 LD_LIBRARY_PATH="$prefix/$libdir" run "$tmp/pc_v2xmap"
-LD_LIBRARY_PATH="$prefix/$libdir" ldd "$tmp/pc_v2xmap" | grep -q "$lib" || fail "pkg-config v2xmap does not load $lib"
-ldd "$tmp/pc_v2xmap-static" | grep -q libv2xmap && fail "pkg-config v2xmap-static loads libv2xmap"
+grep -q "$lib" <<<"$(LD_LIBRARY_PATH="$prefix/$libdir" ldd "$tmp/pc_v2xmap")" || fail "pkg-config v2xmap does not load $lib"
+grep -q libv2xmap <<<"$(ldd "$tmp/pc_v2xmap-static")" && fail "pkg-config v2xmap-static loads libv2xmap"
 run "$tmp/pc_v2xmap-static"
 echo "install and consumers ok ($(wc -l <"$tmp/exported") exported functions)"
