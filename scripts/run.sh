@@ -134,7 +134,7 @@ missed=()
 kill -0 "$SVC" 2>/dev/null || missed+=("the service stopped")
 rm -f "$log"
 if [ ${#missed[@]} -eq 0 ]; then
-  verdict="demo: OK: $maps map files stored, $acks acknowledgements, $uploads uploads, $records map records seen, log levels read"
+  verdict="demo: OK: map files stored: $maps, acknowledgements: $acks, uploads: $uploads, map records seen: $records, log levels read"
 else
   verdict="demo: FAILED: $(IFS=';'; echo "${missed[*]}" | sed 's/;/; /g')"
 fi
