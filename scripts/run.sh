@@ -104,12 +104,13 @@ step "3. cloud peer publishes a two-slice map (etc/samples/map_slice2.json, map_
 cloud --map etc/samples/map_slice2.json --map etc/samples/map_slice1.json --count 2 --kind ack --timeout 30 || true
 
 step "4. stored map files and records"
+# (Nothing stored is a finding for the verdict, not a reason to stop here.)
 ls -l "$W/mapdata"
 for rec in "$W"/mapdata/map_cfg_*; do
-  echo "-- $rec"; cat "$rec"
+  echo "-- $rec"; cat "$rec" || true
 done
-for f in "$W"/mapdata/map_data_*; do md5sum "$f"; done
-grep eTag "$W/conf/v2x_map_convert.cfg"
+for f in "$W"/mapdata/map_data_*; do md5sum "$f" || true; done
+grep eTag "$W/conf/v2x_map_convert.cfg" || true
 
 step "5. uploads: the stack peer answers with the stored map, the service uploads it (every second)"
 cloud --count 2 --kind up --ack-uploads --timeout 15 || true
