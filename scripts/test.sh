@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the three configurations (plain,
-# AddressSanitizer + UBSan, ThreadSanitizer) and runs every test through CTest
-# in each. Prints the build and test time of each configuration.
+# Installs what is missing, builds the five configurations of
+# scripts/build.sh (plain, AddressSanitizer + UBSan, ThreadSanitizer, Release
+# with GCC, Debug with clang) and runs every test through CTest in each, fuzzes
+# every input, then builds and checks the Debian packages. Prints the time of
+# each step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -10,7 +12,9 @@ export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 jobs="${JOBS:-$(nproc)}"
 status=0
 times=()
-for kind in release asan tsan; do
+# Besides the plain and the sanitizer configurations: Release (-O3) with GCC
+# and Debug with clang, each built warning-free and tested.
+for kind in release asan tsan gcc-release clang-debug; do
   case "$kind" in release) dir=build ;; *) dir="build-$kind" ;; esac
   start=$SECONDS
   echo "== building $kind"
@@ -26,5 +30,13 @@ start=$SECONDS
 echo "== fuzzing (15 s per target, kept findings first)"
 bash scripts/fuzz.sh 15 || status=1
 times+=("fuzz: build and run $((SECONDS - start)) s")
+# --- Debian packages: dpkg-buildpackage (the tests ran above: nocheck), then
+# lintian, contents and an unpacked install (tests/packaging/deb_test.sh).
+start=$SECONDS
+echo "== Debian packages"
+DEB_BUILD_OPTIONS=nocheck bash scripts/package.sh || status=1
+times+=("packages: build and check $((SECONDS - start)) s")
+# --- end of Debian packages
+
 printf '== %s\n' "${times[@]}"
 exit $status

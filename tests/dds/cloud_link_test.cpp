@@ -118,7 +118,7 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
   for (size_t i = 0; i < cases.size(); ++i) {
     const Case& c = cases[i];
     SCOPED_TRACE(c.name);
-    const std::string eTag = "J" + std::to_string(i) + "-" + std::to_string(getpid());
+    const std::string eTag = std::string("J").append(std::to_string(i)).append("-").append(std::to_string(getpid()));
     const std::string seqNum = std::to_string(100 + i);
     std::string doc = mapDoc(eTag, seqNum, c.len);
     doc.resize(doc.size() + 1024, '\0');

@@ -118,7 +118,7 @@ TEST(MapDownJson, SampleMapsAndDamagedCopies) {
           case 1: t.insert(at, 1, alphabet[rng() % alphabet.size()]); break;
           default: t[at] = alphabet[rng() % alphabet.size()]; break;
         }
-        if (t.empty()) t = "{";
+        if (t.empty()) t.push_back('{');
       }
       std::string d = compare(t);
       ASSERT_EQ(d, "") << t;

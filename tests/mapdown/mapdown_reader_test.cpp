@@ -49,7 +49,7 @@ TEST_P(ReachTest, ResultCodeAndWhatIsKept) {
   std::istringstream lines(c.log);
   for (std::string line; std::getline(lines, line);) {
     const size_t colon = line.find(':');
-    const std::regex want(":" + line.substr(0, colon) + ":[0-9]+:" + line.substr(colon + 1));
+    const std::regex want(std::string(":").append(line, 0, colon).append(":[0-9]+:").append(line, colon + 1));
     EXPECT_TRUE(std::regex_search(log, want)) << line << "\n" << log;
   }
   // A line written by a shared step or a private helper still names the reader.
