@@ -216,7 +216,15 @@ endforeach()
 # The operator's copy of the service's files (the unit's ConfigurationDirectory):
 # the working directory helper copies the device and port files from here at
 # every start and seeds the service's configuration from here once.
-install(FILES ${PROJECT_SOURCE_DIR}/etc/conf/v2x_map_convert.cfg ${PROJECT_SOURCE_DIR}/etc/conf/rsu_sysinfo.xml
+# An installed service runs the field profile: the sample's configuration
+# with the profile set at its top (the sample itself keeps the reference one).
+file(READ ${PROJECT_SOURCE_DIR}/etc/conf/v2x_map_convert.cfg _v2x_sample_cfg)
+file(WRITE ${PROJECT_BINARY_DIR}/packaging/v2x_map_convert.cfg
+  "# Field profile: map updates replace the whole map at once, write failures and\n"
+  "# values of the wrong type are acknowledged as errors, start-up failures exit\n"
+  "# non-zero (README: \"Reference and field behaviour\"). \"reference\" turns it off.\n"
+  "profile = \"field\";\n\n${_v2x_sample_cfg}")
+install(FILES ${PROJECT_BINARY_DIR}/packaging/v2x_map_convert.cfg ${PROJECT_SOURCE_DIR}/etc/conf/rsu_sysinfo.xml
   ${PROJECT_SOURCE_DIR}/etc/conf/v2x_ipc_port.cfg DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/v2x_service
   COMPONENT runtime)
 

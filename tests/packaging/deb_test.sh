@@ -96,6 +96,8 @@ printf '<device_id>RSU_PKG_TEST</device_id>\n' >"$work/etc/rsu_sysinfo.xml"
 "$helper" "$work/w" "$work/etc"
 cfg="$work/w/conf/v2x_map_convert.cfg"
 grep -qF "Sysinfoname = \"$work/w/conf/rsu_sysinfo.xml\";" "$cfg" || fail "seeded configuration: $(cat "$cfg")"
+grep -qx 'profile = "field";' "$cfg" || fail "the packaged configuration does not turn the field profile on"
+out="$("$root/usr/bin/v2x_map_convert" --check -w "$work/w" 2>&1)" || fail "--check on the seeded directory: $out"
 cmp -s "$work/etc/rsu_sysinfo.xml" "$work/w/conf/rsu_sysinfo.xml" || fail "device file not taken from CONFDIR"
 [ -f "$work/w/conf/v2x_ipc_port.cfg" ] && [ -d "$work/w/mapdata" ] && [ -d "$work/w/log" ] ||
   fail "working directory incomplete: $(find "$work/w")"
