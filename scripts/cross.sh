@@ -110,6 +110,7 @@ make_sysroot() {
     add_to_dpkg_db "$deb" "$db"
   done
   mv "$db/status.new" "$db/status"
+  echo 1 >"$db/info/format"  # multiarch layout: pkg:arch.list for Multi-Arch: same
   # Links that point at absolute paths (/lib/... from /usr/lib/...) would
   # leave the sysroot: point them inside it.
   find "$sysroot" -type l -lname '/*' | while read -r link; do

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the three configurations (plain,
 # AddressSanitizer + UBSan, ThreadSanitizer) and runs every test through CTest
-# in each. Prints the build and test time of each configuration.
+# in each, then the ARM cross builds with their tests under emulation, then
+# fuzzes. Prints the build and test time of each step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -21,6 +22,14 @@ for kind in release asan tsan; do
     status=1
   fi
   times+=("$kind: build $((built - start)) s, tests $((SECONDS - built)) s")
+done
+# ARM RSUs: arm64 and armhf cross builds, every test under qemu-user, and
+# their Debian packages (scripts/cross.sh; it prints each step's time).
+for arch in arm64 armhf; do
+  start=$SECONDS
+  echo "== cross $arch"
+  bash scripts/cross.sh "$arch" --test --package || status=1
+  times+=("cross $arch: sysroot, build, tests and packages $((SECONDS - start)) s")
 done
 start=$SECONDS
 echo "== fuzzing (15 s per target, kept findings first)"
