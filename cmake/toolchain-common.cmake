@@ -37,6 +37,10 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${V2X_SYSROOT}")
 set(ENV{PKG_CONFIG_LIBDIR}
     "${V2X_SYSROOT}/usr/lib/${V2X_CROSS_TRIPLE}/pkgconfig:${V2X_SYSROOT}/usr/lib/pkgconfig:${V2X_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
+# The host's pkg-config with the settings above (a package build names a
+# <triple>-pkg-config that Debian does not install by default).
+find_program(V2X_PKG_CONFIG pkg-config REQUIRED)
+set(PKG_CONFIG_EXECUTABLE "${V2X_PKG_CONFIG}" CACHE FILEPATH "pkg-config for the sysroot" FORCE)
 
 # Programs built here run through the emulator, with the target's loader and
 # libraries from the sysroot: CTest, gtest_discover_tests and the test

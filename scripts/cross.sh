@@ -80,8 +80,14 @@ add_to_dpkg_db() {
   rm -rf "$ctl"
 }
 
+# apt for the target architecture with its own state in the build folder.
+apt="$dir/apt"
+apt_opts=(-o "APT::Architecture=$arch" -o "APT::Architectures::=$arch"
+  -o "Dir::State=$apt/state" -o "Dir::State::status=$apt/state/status"
+  -o "Dir::Cache=$apt/cache" -o Debug::NoLocking=1 -qq)
+
 make_sysroot() {
-  local apt="$dir/apt" want
+  local want
   want=$(printf '%s\n' "$arch" "${TARGET_PACKAGES[@]}")
   if [ -f "$sysroot/.packages" ] && [ "$(cat "$sysroot/.packages")" = "$want" ]; then
     echo "cross: sysroot for $arch is up to date"
@@ -90,18 +96,15 @@ make_sysroot() {
   echo "cross: making the $arch sysroot from Debian's packages"
   mkdir -p "$apt/state/lists/partial" "$apt/cache/archives/partial"
   : >"$apt/state/status"
-  local opts=(-o "APT::Architecture=$arch" -o "APT::Architectures::=$arch"
-    -o "Dir::State=$apt/state" -o "Dir::State::status=$apt/state/status"
-    -o "Dir::Cache=$apt/cache" -o Debug::NoLocking=1 -qq)
   # A mirror in the middle of a sync answers with stale indexes: try again,
   # then go on with the indexes that did arrive (a package that cannot be
   # had stops the download below).
   local try
   for try in 1 2 3; do
-    apt-get "${opts[@]}" update && break
+    apt-get "${apt_opts[@]}" update && break
     if [ $try -eq 3 ]; then echo "cross: some package indexes for $arch are missing" >&2; else sleep 15; fi
   done
-  apt-get "${opts[@]}" install -y --download-only --no-install-recommends "${TARGET_PACKAGES[@]}"
+  apt-get "${apt_opts[@]}" install -y --download-only --no-install-recommends "${TARGET_PACKAGES[@]}"
   rm -rf "$sysroot"
   mkdir -p "$sysroot/var/lib/dpkg/info"
   local db="$sysroot/var/lib/dpkg"
@@ -121,6 +124,27 @@ make_sysroot() {
   grep -rlE 'IMPORTED_LOCATION_[A-Z]+ "/usr' "$sysroot/usr/lib/$triple/cmake" | xargs -r dirname | sort -u |
     while read -r pkgdir; do sed -i 's#"/usr#"${CMAKE_SYSROOT}/usr#g' "$pkgdir"/*.cmake; done
   echo "$want" >"$sysroot/.packages"
+}
+
+# Each package is for the architecture, and every package its Depends name
+# exists in Debian for it (or is one of ours).
+check_packages() {
+  local deb dep ours
+  ours=$(for deb in "$1"/*.deb; do dpkg-deb -f "$deb" Package; done)
+  for deb in "$1"/*.deb; do
+    if [ "$(dpkg-deb -f "$deb" Architecture)" != "$arch" ]; then
+      echo "cross: $(basename "$deb") is not for $arch" >&2
+      status=1
+    fi
+    for dep in $(dpkg-deb -f "$deb" Depends | tr ',|' '\n\n' | sed -E 's/\(.*\)//; s/:any//; s/ //g'); do
+      grep -qxF "$dep" <<<"$ours" && continue
+      if ! apt-cache "${apt_opts[@]}" show "$dep" >/dev/null 2>&1; then
+        echo "cross: $(basename "$deb") depends on $dep, which Debian does not have for $arch" >&2
+        status=1
+      fi
+    done
+    echo "$(basename "$deb"): Depends: $(dpkg-deb -f "$deb" Depends)"
+  done
 }
 
 mkdir -p "$dir"
@@ -147,7 +171,7 @@ if [ $package -eq 1 ]; then
   mkdir -p "$dir/packages"
   (cd "$dir" && DPKG_ADMINDIR="$sysroot/var/lib/dpkg" cpack -G DEB -B "$dir/packages" >/dev/null)
   rm -rf "$dir/packages/_CPack_Packages"
-  ls "$dir/packages"/*.deb
+  check_packages "$dir/packages"
   step_done "packages"
 fi
 printf '== %s\n' "${times[@]}"
