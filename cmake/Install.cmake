@@ -1,7 +1,8 @@
-# Install rules (cmake --install, and the Debian packages of cmake/Package.cmake).
+# Install rules (cmake --install, and the Debian packages built from debian/).
 #
-# Component "runtime": the service and its tools in bin/, the shared MAP
-# library, the systemd unit, the working directory helper and the sample
+# Component "runtime": the service and its tools in bin/ with their manual
+# pages, the shared MAP library, the systemd unit, the service's configuration
+# in <sysconfdir>/v2x_service, the working directory helper and the sample
 # working directory as a template under share/v2x_map_convert/workdir.
 # Component "dev": the MAP library's public headers (include/v2x), the static
 # library, the CMake package V2xMap (target v2x::maplib, and
@@ -19,7 +20,8 @@ set(V2XMAP_SOVERSION ${PROJECT_VERSION_MAJOR})
 set(V2XMAP_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/V2xMap)
 set(V2X_TEMPLATE_DIR ${CMAKE_INSTALL_DATADIR}/v2x_map_convert/workdir)
 set(V2X_HELPER_DIR ${CMAKE_INSTALL_LIBEXECDIR}/v2x_map_convert)
-set(V2X_UNIT_DIR lib/systemd/system)
+set(V2X_SYSTEMD_UNITDIR lib/systemd/system CACHE STRING
+  "Where the systemd unit goes: relative to the install prefix, or absolute (Debian 12: /lib/systemd/system)")
 
 # Static libraries of this project reachable from <target> through its links
 # (<target> included) into <parts_var>; every other link item into
@@ -68,11 +70,10 @@ set_target_properties(${V2XMAP_PARTS} PROPERTIES POSITION_INDEPENDENT_CODE ON)
 
 # How a user of the static library finds each outside library: a CMake
 # dependency for the config file, a pkg-config module or link flag for the .pc
-# file (the -dev package depends on the Debian packages that own these).
+# file (libv2xmap-dev depends on the Debian packages that own these).
 set(V2XMAP_STATIC_DEPENDENCIES "")
 set(V2XMAP_PC_REQUIRES "")
 set(V2XMAP_PC_LIBS "")
-set(V2XMAP_DEV_FILES "")
 foreach(ext IN LISTS V2XMAP_EXTERNALS)
   if(ext STREQUAL "Threads::Threads")
     string(APPEND V2XMAP_STATIC_DEPENDENCIES "find_dependency(Threads)\n")
@@ -93,7 +94,6 @@ foreach(ext IN LISTS V2XMAP_EXTERNALS)
     list(APPEND V2XMAP_PC_REQUIRES ${module})
   elseif(IS_ABSOLUTE "${ext}" AND ext MATCHES "/lib([^/]+)\\.(so|a)$")
     string(APPEND V2XMAP_PC_LIBS " -l${CMAKE_MATCH_1}")
-    list(APPEND V2XMAP_DEV_FILES ${ext})
   elseif(ext MATCHES "^-" AND NOT ext MATCHES "^-l")
     string(APPEND V2XMAP_PC_LIBS " ${ext}")
   elseif(ext MATCHES "^(-l)?([A-Za-z0-9_+.-]+)$")
@@ -107,7 +107,6 @@ foreach(module IN LISTS V2XMAP_PC_REQUIRES)
   if(NOT pcdir)
     message(FATAL_ERROR "MAP library install: no pkg-config module '${module}' for a static user")
   endif()
-  list(APPEND V2XMAP_DEV_FILES ${pcdir}/${module}.pc)
 endforeach()
 list(JOIN V2XMAP_PC_REQUIRES " " V2XMAP_PC_REQUIRES)
 
@@ -154,23 +153,30 @@ install(FILES ${PROJECT_BINARY_DIR}/packaging/V2xMapConfig.cmake
 # Files that name absolute installed paths are configured when they are
 # installed: @V2X_INSTALL_PREFIX@ becomes the prefix of that install (the
 # package's /usr, or the one given to cmake --install --prefix); other @VAR@s
-# are filled at configure time.
+# are filled at configure time. An absolute destination stays as it is.
 function(v2x_install_configured template destination component)
   get_filename_component(name ${template} NAME_WLE)
   set(V2X_INSTALL_PREFIX "@V2X_INSTALL_PREFIX@")
   set(stage ${PROJECT_BINARY_DIR}/packaging/${name}.in)
   configure_file(${template} ${stage} @ONLY)
+  set(dir "\${CMAKE_INSTALL_PREFIX}/${destination}")
+  if(IS_ABSOLUTE "${destination}")
+    set(dir "${destination}")
+  endif()
   install(CODE "
     set(V2X_INSTALL_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
-    set(out \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${destination}/${name}\")
+    set(out \"\$ENV{DESTDIR}${dir}/${name}\")
     message(STATUS \"Installing: \${out}\")
     configure_file(\"${stage}\" \"\${out}\" @ONLY)
     list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${out}\")"
     COMPONENT ${component})
 endfunction()
 
+# v2xmap: the shared library (Libs.private: what a -static program needs);
+# v2xmap-static: the static library, linked into the program.
 v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2xmap.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
-v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2x_map_convert.service.in ${V2X_UNIT_DIR} runtime)
+v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2xmap-static.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
+v2x_install_configured(${PROJECT_SOURCE_DIR}/packaging/v2x_map_convert.service.in ${V2X_SYSTEMD_UNITDIR} runtime)
 
 # The service and every companion program (tools/<name> builds <name>).
 set(V2X_PROGRAMS v2x_map_convert)
@@ -182,6 +188,17 @@ foreach(dir IN LISTS tool_dirs)
   endif()
 endforeach()
 install(TARGETS ${V2X_PROGRAMS} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+# One manual page a program (man/<name>.1, plain roff).
+foreach(name IN LISTS V2X_PROGRAMS)
+  install(FILES ${PROJECT_SOURCE_DIR}/man/${name}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+endforeach()
+
+# The operator's copy of the service's files (the unit's ConfigurationDirectory):
+# the working directory helper copies the device and port files from here at
+# every start and seeds the service's configuration from here once.
+install(FILES ${PROJECT_SOURCE_DIR}/etc/conf/v2x_map_convert.cfg ${PROJECT_SOURCE_DIR}/etc/conf/rsu_sysinfo.xml
+  ${PROJECT_SOURCE_DIR}/etc/conf/v2x_ipc_port.cfg DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/v2x_service
+  COMPONENT runtime)
 
 # The working directory helper finds the template relative to itself.
 file(RELATIVE_PATH V2X_HELPER_TO_TEMPLATE /${V2X_HELPER_DIR} /${V2X_TEMPLATE_DIR})

@@ -167,10 +167,9 @@ if [ $run_tests -eq 1 ]; then
 fi
 
 if [ $package -eq 1 ]; then
-  rm -rf "$dir/packages"
-  mkdir -p "$dir/packages"
-  (cd "$dir" && DPKG_ADMINDIR="$sysroot/var/lib/dpkg" cpack -G DEB -B "$dir/packages" >/dev/null)
-  rm -rf "$dir/packages/_CPack_Packages"
+  # debian/ with this toolchain and sysroot; the tests ran above.
+  V2X_CROSS_ARCH="$arch" V2X_TOOLCHAIN_FILE="$root/cmake/toolchain-$arch.cmake" V2X_SYSROOT="$sysroot" \
+    DEB_BUILD_OPTIONS="nocheck ${DEB_BUILD_OPTIONS:-}" bash scripts/package.sh "$dir/packages"
   check_packages "$dir/packages"
   step_done "packages"
 fi

@@ -19,7 +19,7 @@ PACKAGES=(
   chromium libpng-dev
   clang libclang-rt-14-dev
   procps
-  dpkg-dev file systemd  # Debian packages (dpkg-shlibdeps, file) and systemd-analyze
+  dpkg-dev debhelper lintian file man-db systemd  # Debian packages, their checks, systemd-analyze
   "$@"
 )
 

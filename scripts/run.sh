@@ -21,20 +21,32 @@
 # then the service keeps running in the foreground until Ctrl-C, a quiet
 # cloud peer taking its uploads.
 #
+# The demonstration ends with one verdict line (maps stored, acknowledgements,
+# uploads, records seen, or what went wrong) and exits 0 only when all came.
+# Long lines (the uploaded documents) are cut to their start; bytes that are
+# not UTF-8 text are shown as \xHH.
+#
 #   --demo-only   stop everything after step 7
 #   --serve       no demonstration: only run the service until Ctrl-C
+#   --full        show the uploaded documents whole
 set -euo pipefail
 cd "$(dirname "$0")/.."
 mode=demo
-case "${1:-}" in
-  --demo-only) mode=demo-only ;;
-  --serve) mode=serve ;;
-  "") ;;
-  *) echo "usage: $0 [--demo-only|--serve]" >&2; exit 2 ;;
-esac
+width=160
+for arg in "$@"; do
+  case "$arg" in
+    --demo-only) mode=demo-only ;;
+    --serve) mode=serve ;;
+    --full) width=0 ;;
+    *) echo "usage: $0 [--demo-only|--serve] [--full]" >&2; exit 2 ;;
+  esac
+done
 
 bash scripts/install-deps.sh
-bash scripts/build.sh release
+echo "== building the service and its peers (log: build/demo-build.log)"
+mkdir -p build
+bash scripts/build.sh release v2x_map_convert v2x_cloud_sim v2x_stack_sim v2x_logtool >build/demo-build.log 2>&1 ||
+  { tail -n 30 build/demo-build.log; echo "demo: FAILED: the build failed (build/demo-build.log)"; exit 1; }
 W="$(bash scripts/prepare-workdir.sh "${WORKDIR:-run/v2x_service}")"
 B=build
 SERVICE="$B/src/service/v2x_map_convert"
@@ -57,20 +69,39 @@ trap 'stop_all; exit 130' INT TERM
 
 step() { printf '\n== %s\n' "$*"; }
 
+# show PREFIX: lines of standard input as text, prefixed, cut at $width
+# characters (0: whole), each byte that is not UTF-8 text as \xHH.
+show() {
+  PREFIX="$1" WIDTH="$width" perl -MEncode -ne '
+    BEGIN { $| = 1; binmode STDOUT, ":encoding(UTF-8)" }
+    chomp;
+    my $t = Encode::decode("UTF-8", $_, sub { sprintf "\\x%02X", shift });
+    $t =~ s/([\x00-\x08\x0B-\x1F\x7F])/sprintf "\\x%02X", ord $1/ge;
+    my $w = $ENV{WIDTH};
+    $t = substr($t, 0, $w) . sprintf(" ... (%d characters; --full shows all)", length $t) if $w && length $t > $w;
+    print "$ENV{PREFIX}$t\n";'
+}
+# cloud ARGS...: runs the cloud peer, shows its lines, keeps them in $log.
+log="$(mktemp)"
+cloud() {
+  "$CLOUD" --device "$DEVICE" "$@" | tee -a "$log" | show '[cloud] '
+}
+# count FIELD: the sum of FIELD=N over the cloud peer's summary lines
+count() { sed -n "s/^DONE .*\b$1=\([0-9]*\).*/\1/p" "$log" | awk '{ n += $1 } END { print n + 0 }'; }
+
 step "1. V2X stack peer on the service's IPC ports (answers with the maps in $W/mapdata)"
 # $! must be the peer itself (not a pipeline's last command) so that stopping it works.
-"$STACK" -w "$W" -t 3600 > >(sed -u 's/^/[stack] /') &
+"$STACK" -w "$W" -t 3600 > >(show '[stack] ') &
 pids+=($!)
 
 step "2. v2x_map_convert -w $W (device $DEVICE)"
-V2XLOG_STDERR=1 "$SERVICE" -w "$W" -f "$W/log/map_conv.log" 2> >(sed -u 's/^/[service] /' >&2) &
+V2XLOG_STDERR=1 "$SERVICE" -w "$W" -f "$W/log/map_conv.log" 2> >(show '[service] ' >&2) &
 SVC=$!
 pids+=($SVC)
 sleep 1
 
 step "3. cloud peer publishes a two-slice map (etc/samples/map_slice2.json, map_slice1.json)"
-"$CLOUD" --device "$DEVICE" --map etc/samples/map_slice2.json --map etc/samples/map_slice1.json \
-  --count 2 --kind ack --timeout 30 | sed -u 's/^/[cloud] /'
+cloud --map etc/samples/map_slice2.json --map etc/samples/map_slice1.json --count 2 --kind ack --timeout 30 || true
 
 step "4. stored map files and records"
 ls -l "$W/mapdata"
@@ -81,19 +112,41 @@ for f in "$W"/mapdata/map_data_*; do md5sum "$f"; done
 grep eTag "$W/conf/v2x_map_convert.cfg"
 
 step "5. uploads: the stack peer answers with the stored map, the service uploads it (every second)"
-"$CLOUD" --device "$DEVICE" --count 2 --kind up --ack-uploads --timeout 15 | sed -u 's/^/[cloud] /' || true
+cloud --count 2 --kind up --ack-uploads --timeout 15 || true
 
 step "6. status and map records from the service (every 5 s)"
-"$CLOUD" --device "$DEVICE" --count 1 --kind rsucloud --timeout 15 | grep -a --line-buffered -v '^UP ' | sed -u 's/^/[cloud] /' || true
+"$CLOUD" --device "$DEVICE" --count 1 --kind rsucloud --timeout 15 | grep -a --line-buffered -v '^UP ' | tee -a "$log" |
+  show '[cloud] ' || true
 
 step "7. log tool: the service's log levels"
-"$LOGTOOL" -w "$W" read || true
+levels=ok
+"$LOGTOOL" -w "$W" read || levels=failed
+
+# One line: what the demonstration saw, or what it missed.
+maps=$(find "$W/mapdata" -name 'map_data_*' | wc -l)
+acks=$(count acks) uploads=$(count uploads) records=$(count rsucloud)
+missed=()
+[ "$maps" -ge 2 ] || missed+=("$maps of 2 map files stored")
+[ "$acks" -ge 2 ] || missed+=("$acks of 2 acknowledgements")
+[ "$uploads" -ge 2 ] || missed+=("$uploads of 2 uploads")
+[ "$records" -ge 1 ] || missed+=("no map record from the service")
+[ "$levels" = ok ] || missed+=("the log tool got no answer")
+kill -0 "$SVC" 2>/dev/null || missed+=("the service stopped")
+rm -f "$log"
+if [ ${#missed[@]} -eq 0 ]; then
+  verdict="demo: OK: $maps map files stored, $acks acknowledgements, $uploads uploads, $records map records seen, log levels read"
+else
+  verdict="demo: FAILED: $(IFS=';'; echo "${missed[*]}" | sed 's/;/; /g')"
+fi
 
 if [ "$mode" = demo-only ]; then
   step "stopping"
   stop_all
-  exit 0
+  echo "$verdict"
+  [ ${#missed[@]} -eq 0 ]
+  exit
 fi
+echo "$verdict"
 step "the service keeps running (requests reach the stack peer every second, uploads a quiet cloud peer); Ctrl-C to stop"
 "$CLOUD" --device "$DEVICE" --ack-uploads --quiet --timeout 86400 >/dev/null &
 pids+=($!)

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the three configurations (plain,
-# AddressSanitizer + UBSan, ThreadSanitizer) and runs every test through CTest
-# in each, then the ARM cross builds with their tests under emulation, then
-# fuzzes. Prints the build and test time of each step.
+# Installs what is missing, builds the five configurations of
+# scripts/build.sh (plain, AddressSanitizer + UBSan, ThreadSanitizer, Release
+# with GCC, Debug with clang) and runs every test through CTest in each, fuzzes
+# every input, then builds and checks the Debian packages, then the arm64 and
+# armhf builds with their tests under emulation. Prints the time of each step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -11,7 +12,9 @@ export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 jobs="${JOBS:-$(nproc)}"
 status=0
 times=()
-for kind in release asan tsan; do
+# Besides the plain and the sanitizer configurations: Release (-O3) with GCC
+# and Debug with clang, each built warning-free and tested.
+for kind in release asan tsan gcc-release clang-debug; do
   case "$kind" in release) dir=build ;; *) dir="build-$kind" ;; esac
   start=$SECONDS
   echo "== building $kind"
@@ -23,7 +26,18 @@ for kind in release asan tsan; do
   fi
   times+=("$kind: build $((built - start)) s, tests $((SECONDS - built)) s")
 done
-# ARM RSUs: arm64 and armhf cross builds, every test under qemu-user, and
+start=$SECONDS
+echo "== fuzzing (15 s per target, kept findings first)"
+bash scripts/fuzz.sh 15 || status=1
+times+=("fuzz: build and run $((SECONDS - start)) s")
+# --- Debian packages: dpkg-buildpackage (the tests ran above: nocheck), then
+# lintian, contents and an unpacked install (tests/packaging/deb_test.sh).
+start=$SECONDS
+echo "== Debian packages"
+DEB_BUILD_OPTIONS=nocheck bash scripts/package.sh || status=1
+times+=("packages: build and check $((SECONDS - start)) s")
+# --- end of Debian packages
+# --- ARM RSUs: arm64 and armhf cross builds, every test under qemu-user, and
 # their Debian packages (scripts/cross.sh; it prints each step's time).
 for arch in arm64 armhf; do
   start=$SECONDS
@@ -31,9 +45,7 @@ for arch in arm64 armhf; do
   bash scripts/cross.sh "$arch" --test --package || status=1
   times+=("cross $arch: sysroot, build, tests and packages $((SECONDS - start)) s")
 done
-start=$SECONDS
-echo "== fuzzing (15 s per target, kept findings first)"
-bash scripts/fuzz.sh 15 || status=1
-times+=("fuzz: build and run $((SECONDS - start)) s")
+# --- end of ARM RSUs
+
 printf '== %s\n' "${times[@]}"
 exit $status

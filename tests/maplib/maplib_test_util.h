@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -125,7 +126,10 @@ class LogCapture {
     std::stringstream ss;
     ss << in.rdbuf();
     const std::string all = ss.str();
-    return start_ < all.size() ? all.substr(start_) : std::string();
+    // Source paths as the repository names them: a build's path maps (./src/...)
+    // or a compiler cache's relative paths (../../src/...) differ by their front.
+    static const std::regex front(R"(\] (\.\.?/)+)");
+    return start_ < all.size() ? std::regex_replace(all.substr(start_), front, "] ") : std::string();
   }
   void expect(std::initializer_list<const char*> fragments) const {
     const std::string text = since();

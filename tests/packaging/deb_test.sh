@@ -1,75 +1,97 @@
 #!/usr/bin/env bash
-# Builds the Debian packages from this build with CPack and checks them as an
-# RSU would get them: where the README says the files are, the dependencies
-# dpkg-shlibdeps computed, the maintainer scripts; then, from the extracted
-# runtime package, the service prints its version, the systemd unit passes
-# systemd-analyze verify (when systemd-analyze is present) and the working
-# directory helper prepares a working directory.
-#   deb_test.sh BUILD_DIR LIBDIR VERSION
+# Checks the Debian packages that scripts/package.sh built, as an RSU and an
+# integrator get them:
+#   - lintian: no error and no warning (overrides carry their reasons);
+#   - each package holds what the README says, with computed dependencies,
+#     hardened and stripped programs, the unit and the conffiles;
+#   - unpacked into a throw-away root: the service answers --version, the
+#     tools and manual pages behave (cli_test.sh), the library serves a CMake
+#     and a pkg-config consumer, shared and static (install_consumer_test.sh),
+#     the unit passes systemd-analyze verify and the working directory helper
+#     prepares a working directory.
+#   deb_test.sh DEB_DIR SOURCE_DIR
 set -euo pipefail
-build="$1" libdir="$2" version="$3"
+debs="$(realpath "$1")" src="$(realpath "$2")"
+here="$(dirname "$(readlink -f "$0")")"
 tmp="$(mktemp -d)"
 work="$(mktemp -d /tmp/v2xdeb.XXXXXX)"  # short: the service takes at most 63 characters
 trap 'rm -rf "$tmp" "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
-cpack --config "$build/CPackConfig.cmake" -G DEB -B "$tmp" >"$tmp/cpack.log" 2>&1 ||
-  { cat "$tmp/cpack.log" >&2; fail "cpack"; }
+version="$(dpkg-parsechangelog -l "$src/debian/changelog" -S Version)"
 arch="$(dpkg --print-architecture)"
-deb="$tmp/v2x-map-convert_${version}_${arch}.deb"
-dev="$tmp/v2x-map-convert-dev_${version}_${arch}.deb"
-[ -f "$deb" ] && [ -f "$dev" ] || fail "packages missing: $(ls "$tmp")"
+multiarch="$(dpkg-architecture -qDEB_HOST_MULTIARCH)"
+deb() { echo "$debs/${1}_${version}_${arch}.deb"; }
+for p in v2x-map-convert libv2xmap1 libv2xmap-dev v2x-map-convert-dbgsym libv2xmap1-dbgsym; do
+  [ -f "$(deb $p)" ] || fail "no package $p in $debs: $(ls "$debs")"
+done
 
-# has PACKAGE PATH...: every path is in the package's file list
-has() {
+# Errors and warnings fail; information tags are listed only.
+lintian --fail-on error,warning "$debs"/*.changes >"$tmp/lintian" 2>&1 || { cat "$tmp/lintian" >&2; fail "lintian"; }
+
+has() {  # PACKAGE PATH...: every path is in the package
   local pkg="$1" list
   shift
-  list="$(dpkg-deb -c "$pkg" | awk '{ print $6 }')"
+  list="$(dpkg-deb -c "$(deb "$pkg")" | awk '{ print $6 }')"
   for p in "$@"; do
-    grep -qxF "./$p" <<<"$list" || fail "$(basename "$pkg") lacks /$p"
+    grep -qxF "./$p" <<<"$list" || fail "$pkg lacks /$p"
   done
 }
-has "$deb" usr/bin/v2x_map_convert usr/bin/v2x_map_tool usr/bin/v2x_cloud_sim usr/bin/v2x_stack_sim \
-  usr/bin/v2x_logtool usr/lib/systemd/system/v2x_map_convert.service \
-  usr/libexec/v2x_map_convert/prepare-workdir usr/share/v2x_map_convert/workdir/conf/v2x_map_convert.cfg \
-  usr/share/v2x_map_convert/workdir/conf/rsu_sysinfo.xml usr/share/v2x_map_convert/workdir/conf/v2x_ipc_port.cfg \
-  usr/share/v2x_map_convert/workdir/mapdata/ usr/share/v2x_map_convert/workdir/log/ \
-  "usr/$libdir/libv2xmap.so.1" usr/share/doc/v2x_map_convert/README.md
-has "$dev" usr/include/v2x/v2xapp_gbmap.h "usr/$libdir/libv2xmap.so" "usr/$libdir/libv2xmap.a" \
-  "usr/$libdir/cmake/V2xMap/V2xMapConfig.cmake" "usr/$libdir/pkgconfig/v2xmap.pc"
-dpkg-deb -c "$deb" | grep -qE '/include/|\.a$' && fail "runtime package carries development files"
+lib="usr/lib/$multiarch"
+has v2x-map-convert usr/bin/v2x_map_convert usr/bin/v2x_map_tool usr/bin/v2x_cloud_sim usr/bin/v2x_stack_sim \
+  usr/bin/v2x_logtool lib/systemd/system/v2x_map_convert.service usr/libexec/v2x_map_convert/prepare-workdir \
+  etc/v2x_service/v2x_map_convert.cfg etc/v2x_service/rsu_sysinfo.xml etc/v2x_service/v2x_ipc_port.cfg \
+  usr/share/v2x_map_convert/workdir/conf/v2x_map_convert.cfg usr/share/man/man1/v2x_map_convert.1.gz \
+  usr/share/doc/v2x-map-convert/README.md usr/share/doc/v2x-map-convert/copyright
+has libv2xmap1 "$lib/libv2xmap.so.1"
+has libv2xmap-dev usr/include/v2x/v2xapp_gbmap.h "$lib/libv2xmap.so" "$lib/libv2xmap.a" \
+  "$lib/cmake/V2xMap/V2xMapConfig.cmake" "$lib/pkgconfig/v2xmap.pc" "$lib/pkgconfig/v2xmap-static.pc"
+grep -E 'libv2xmap|/include/' <<<"$(dpkg-deb -c "$(deb v2x-map-convert)")" && fail "service package carries library files"
 
-field() { dpkg-deb -f "$1" "$2"; }
-[ "$(field "$deb" Version)" = "$version" ] || fail "version $(field "$deb" Version), project $version"
+field() { dpkg-deb -f "$(deb "$1")" "$2"; }
 for d in libc6 libspdlog libcjson libddsc libmbedcrypto libconfig; do
-  [[ "$(field "$deb" Depends)" == *"$d"* ]] || fail "Depends lacks $d: $(field "$deb" Depends)"
+  [[ "$(field v2x-map-convert Depends)" == *"$d"* ]] || fail "Depends lacks $d: $(field v2x-map-convert Depends)"
 done
-[[ "$(field "$dev" Depends)" == *"v2x-map-convert (= $version)"* ]] || fail "-dev Depends: $(field "$dev" Depends)"
-control="$(dpkg-deb --ctrl-tarfile "$deb" | tar t)"
-for f in postinst prerm postrm triggers shlibs; do
-  grep -qxF "./$f" <<<"$control" || fail "runtime package has no $f"
+[[ "$(field libv2xmap-dev Depends)" == *"libv2xmap1 (= $version)"* ]] || fail "-dev Depends: $(field libv2xmap-dev Depends)"
+control="$(dpkg-deb --ctrl-tarfile "$(deb v2x-map-convert)" | tar xO ./conffiles ./postinst ./prerm ./postrm)"
+for want in /etc/v2x_service/rsu_sysinfo.xml "deb-systemd-helper enable 'v2x_map_convert.service'" \
+  "deb-systemd-invoke \$_dh_action 'v2x_map_convert.service'" 'rm -rf /var/lib/v2x_service'; do
+  grep -qF "$want" <<<"$control" || fail "maintainer scripts or conffiles lack: $want"
 done
 
 root="$tmp/root"
-dpkg-deb -x "$deb" "$root"
-out="$("$root/usr/bin/v2x_map_convert" -v)" || fail "v2x_map_convert -v exited $?"
-[ "$out" = "version:map_conv_v230522.001" ] || fail "v2x_map_convert -v printed '$out'"
+for p in v2x-map-convert libv2xmap1 libv2xmap-dev; do dpkg-deb -x "$(deb $p)" "$root"; done
+# Hardened ELF files: position independent, read-only relocations bound at
+# start; the service and the library (which keep text in fixed buffers) with
+# the stack protector and fortified calls. (Each tool's whole output is read:
+# grep -q at the end of a pipe could stop it early.)
+for prog in "$root"/usr/bin/* "$root/$lib/libv2xmap.so.1"; do
+  grep -q ', stripped' <<<"$(file -L "$prog")" || fail "$prog is not stripped"
+  grep -q 'Type: *DYN' <<<"$(readelf -h "$prog")" || fail "$prog is not position independent"
+  grep -q 'BIND_NOW\|FLAGS.*NOW' <<<"$(readelf -d "$prog")" || fail "$prog is not linked with -z now"
+  grep -q GNU_RELRO <<<"$(readelf -lW "$prog")" || fail "$prog has no RELRO"
+done
+for prog in "$root/usr/bin/v2x_map_convert" "$root/$lib/libv2xmap.so.1"; do
+  grep -q __stack_chk_fail <<<"$(nm -D "$prog")" || fail "$prog has no stack protector"
+  grep -q '_chk@' <<<"$(nm -D "$prog")" || fail "$prog has no fortified calls"
+done
+out="$("$root/usr/bin/v2x_map_convert" --version)" || fail "v2x_map_convert --version exited $?"
+[ "$out" = "version:map_conv_v230522.001" ] || fail "v2x_map_convert --version printed '$out'"
+bash "$here/cli_test.sh" "$root/usr/bin" "$version" "$root/usr/share/man/man1"
+bash "$here/install_consumer_test.sh" --installed "$root/usr" "$src" "lib/$multiarch" "${CC:-cc}"
 
-unit="$root/usr/lib/systemd/system/v2x_map_convert.service"
+unit="$root/lib/systemd/system/v2x_map_convert.service"
 grep -qx 'ExecStart=/usr/bin/v2x_map_convert -w %S/v2x_service -f %L/v2x_service/map_conv.log' "$unit" ||
   fail "unit does not start /usr/bin/v2x_map_convert in /var/lib/v2x_service"
-if command -v systemd-analyze >/dev/null; then
-  # The unit with its programs taken from the extracted package.
-  sed "s#=/usr/#=$root/usr/#" "$unit" >"$tmp/v2x_map_convert.service"
-  verify="$(systemd-analyze verify "$tmp/v2x_map_convert.service" 2>&1)" || true
-  [ -z "$verify" ] || fail "systemd-analyze verify: $verify"
-else
-  echo "systemd-analyze not found: the unit was not verified"
-fi
+# The unit with its programs and manual page taken from the unpacked package.
+sed "s#=/usr/#=$root/usr/#" "$unit" >"$tmp/v2x_map_convert.service"
+verify="$(MANPATH="$root/usr/share/man" systemd-analyze verify "$tmp/v2x_map_convert.service" 2>&1)" || true
+[ -z "$verify" ] || fail "systemd-analyze verify: $verify"
 
-# Working directory helper: template, operator files, the 63-character limit.
+# Working directory helper: the packaged configuration, operator files, the
+# 63-character limit.
 helper="$root/usr/libexec/v2x_map_convert/prepare-workdir"
-mkdir "$work/etc"
+cp -r "$root/etc/v2x_service" "$work/etc"
 printf '<device_id>RSU_PKG_TEST</device_id>\n' >"$work/etc/rsu_sysinfo.xml"
 "$helper" "$work/w" "$work/etc"
 cfg="$work/w/conf/v2x_map_convert.cfg"
@@ -85,4 +107,4 @@ grep -qF RSU_PKG_TEST2 "$work/w/conf/rsu_sysinfo.xml" || fail "a second start ke
 long="$work/$(printf 'd%.0s' {1..63})"
 "$helper" "$long" "$work/etc" 2>/dev/null && fail "helper accepted a working directory of ${#long} characters"
 [ ! -e "$long" ] || fail "helper made the refused working directory"
-echo "packages ok: $(basename "$deb"), $(basename "$dev")"
+echo "packages ok: $(cd "$debs" && ls ./*.deb | tr '\n' ' ')"

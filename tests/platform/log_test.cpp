@@ -34,7 +34,7 @@ TEST_F(LogTest, LineCarriesTagLevelAndSourcePrefix) {
   const int line = __LINE__ - 1;
   std::string text = logText();
   std::string expected =
-      std::string("[TLOG][ERR] tests/platform/log_test.cpp:") + "TestBody:" + std::to_string(line) + ":open /x error";
+      std::string("[TLOG][ERR] ") + __FILE__ + ":TestBody:" + std::to_string(line) + ":open /x error";
   EXPECT_NE(text.find(expected), std::string::npos) << text;
 }
 

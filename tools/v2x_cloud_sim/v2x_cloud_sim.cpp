@@ -52,11 +52,15 @@ const char kUsage[] =
     "  --bench N                publish N generated one-slice maps, each after the last one's acknowledgement,\n"
     "                           and print the publish-to-acknowledgement times\n"
     "  --quiet                  print only the summary lines\n"
+    "  -h, --help               print this text and exit\n"
+    "  --version                print the version and exit\n"
     "Exit status: 0 done, 1 DDS or input failure, 2 usage, 3 time bound reached before --count.\n";
 
 enum Kind { kAck, kUp, kRsuCloud, kStatus, kAll };
 
 struct Options {
+  bool help = false;
+  bool version = false;
   std::string device;
   std::vector<std::pair<std::string, bool>> files;  // path, raw
   int gen = 0;
@@ -398,7 +402,8 @@ bool parseArgs(int argc, char** argv, Options* o) {
     kKindOpt,
     kTimeout,
     kBench,
-    kQuiet
+    kQuiet,
+    kVersion
   };
   static const option longOpts[] = {
       {"device", required_argument, nullptr, kDevice},
@@ -415,6 +420,7 @@ bool parseArgs(int argc, char** argv, Options* o) {
       {"bench", required_argument, nullptr, kBench},
       {"quiet", no_argument, nullptr, kQuiet},
       {"help", no_argument, nullptr, 'h'},
+      {"version", no_argument, nullptr, kVersion},
       {nullptr, 0, nullptr, 0},
   };
   int c;
@@ -459,6 +465,8 @@ bool parseArgs(int argc, char** argv, Options* o) {
         if (!toInt(optarg, 0, 1000000, &o->bench)) return false;
         break;
       case kQuiet: o->quiet = true; break;
+      case 'h': o->help = true; return true;
+      case kVersion: o->version = true; return true;
       default: return false;
     }
   }
@@ -471,6 +479,10 @@ int main(int argc, char** argv) {
   if (!parseArgs(argc, argv, &g.opt)) {
     std::fputs(kUsage, stderr);
     return 2;
+  }
+  if (g.opt.help || g.opt.version) {
+    std::fputs(g.opt.help ? kUsage : "v2x_cloud_sim " V2X_PACKAGE_VERSION "\n", stdout);
+    return 0;
   }
   const Options& o = g.opt;
   auto deadline = Clock::now() + std::chrono::milliseconds(static_cast<long>(o.timeout * 1000));

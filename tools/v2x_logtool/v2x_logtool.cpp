@@ -24,12 +24,16 @@ const char* kUsage =
     "  -c, --config FILE   port from FILE\n"
     "  -a, --addr ADDR     service address (default: endpoint MAP_C_LOGTOOL, else 127.0.0.1)\n"
     "  -p, --port PORT     service port (default: m_mapconv_logtool_rcvport)\n"
-    "  -T, --timeout MS    wait this long for the reply (default 2000)\n";
+    "  -T, --timeout MS    wait this long for the reply (default 2000)\n"
+    "  -h, --help          print this text and exit\n"
+    "  --version           print the version and exit\n";
 
 constexpr uint32 kHeadLen = sizeof(v2xipc_dataHead);
 constexpr uint32 kCmdLen = sizeof(v2xipc_logCmd);
 
 struct Options {
+  bool help = false;
+  bool version = false;
   std::string workDir, config, addr;
   long port = -1;
   long timeoutMs = 2000;
@@ -39,13 +43,10 @@ struct Options {
 };
 
 bool parse(int argc, char** argv, Options& o) {
-  const option longOpts[] = {{"workdir", required_argument, nullptr, 'w'},
-                             {"config", required_argument, nullptr, 'c'},
-                             {"addr", required_argument, nullptr, 'a'},
-                             {"port", required_argument, nullptr, 'p'},
-                             {"timeout", required_argument, nullptr, 'T'},
-                             {"help", no_argument, nullptr, 'h'},
-                             {nullptr, 0, nullptr, 0}};
+  const option longOpts[] = {{"workdir", required_argument, nullptr, 'w'}, {"config", required_argument, nullptr, 'c'},
+                             {"addr", required_argument, nullptr, 'a'},    {"port", required_argument, nullptr, 'p'},
+                             {"timeout", required_argument, nullptr, 'T'}, {"help", no_argument, nullptr, 'h'},
+                             {"version", no_argument, nullptr, 'V'},       {nullptr, 0, nullptr, 0}};
   int c;
   while ((c = getopt_long(argc, argv, "w:c:a:p:T:h", longOpts, nullptr)) != -1) {
     switch (c) {
@@ -54,6 +55,8 @@ bool parse(int argc, char** argv, Options& o) {
       case 'a': o.addr = optarg; break;
       case 'p': o.port = std::strtol(optarg, nullptr, 10); break;
       case 'T': o.timeoutMs = std::strtol(optarg, nullptr, 10); break;
+      case 'h': o.help = true; return true;
+      case 'V': o.version = true; return true;
       default: return false;
     }
   }
@@ -76,6 +79,10 @@ int main(int argc, char** argv) {
   if (!parse(argc, argv, o)) {
     std::fputs(kUsage, stderr);
     return 2;
+  }
+  if (o.help || o.version) {
+    std::fputs(o.help ? kUsage : "v2x_logtool " V2X_PACKAGE_VERSION "\n", stdout);
+    return 0;
   }
   v2xlog_SetAllTagLevel(2);
   if (!o.config.empty()) {

@@ -30,7 +30,9 @@ void printUsage(FILE* out) {
                "usage: v2x_map_tool [-v] <command> [args]\n"
                "       v2x_map_tool <command> --help\n"
                "\n"
-               "  -v    show the MAP library's log lines on standard error\n"
+               "  -v          show the MAP library's log lines on standard error\n"
+               "  -h, --help  print this text and exit\n"
+               "  --version   print the version and exit\n"
                "\n"
                "commands:\n");
   std::vector<Command> sorted = commands();
@@ -142,6 +144,10 @@ int main(int argc, char** argv) {
   for (; i < argc && argv[i][0] == '-'; i++) {
     if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
       printUsage(stdout);
+      return kExitOk;
+    }
+    if (std::strcmp(argv[i], "--version") == 0) {
+      std::puts("v2x_map_tool " V2X_PACKAGE_VERSION);
       return kExitOk;
     }
     if (std::strcmp(argv[i], "-v") == 0) {

@@ -36,9 +36,13 @@ const char* kUsage =
     "  -p, --prefix TEXT   names of the map files in DIR start so (default \"map_data_\")\n"
     "  -n, --count N       end after N packets\n"
     "  -t, --time SECONDS  end after SECONDS\n"
-    "  FILE...             answer with these UPER files (instead of a directory)\n";
+    "  FILE...             answer with these UPER files (instead of a directory)\n"
+    "  -h, --help          print this text and exit\n"
+    "  --version           print the version and exit\n";
 
 struct Options {
+  bool help = false;
+  bool version = false;
   std::string workDir;
   std::string config;
   std::string mapDir;
@@ -159,10 +163,15 @@ void onPacket(V2X_UDPSOCKHANDLE handle, void* p_data, void* addr, int16_t addrLe
 }
 
 bool parse(int argc, char** argv) {
-  const option longOpts[] = {{"workdir", required_argument, nullptr, 'w'}, {"config", required_argument, nullptr, 'c'},
-                             {"maps", required_argument, nullptr, 'm'},    {"prefix", required_argument, nullptr, 'p'},
-                             {"count", required_argument, nullptr, 'n'},   {"time", required_argument, nullptr, 't'},
-                             {"help", no_argument, nullptr, 'h'},          {nullptr, 0, nullptr, 0}};
+  const option longOpts[] = {{"workdir", required_argument, nullptr, 'w'},
+                             {"config", required_argument, nullptr, 'c'},
+                             {"maps", required_argument, nullptr, 'm'},
+                             {"prefix", required_argument, nullptr, 'p'},
+                             {"count", required_argument, nullptr, 'n'},
+                             {"time", required_argument, nullptr, 't'},
+                             {"help", no_argument, nullptr, 'h'},
+                             {"version", no_argument, nullptr, 'V'},
+                             {nullptr, 0, nullptr, 0}};
   int c;
   while ((c = getopt_long(argc, argv, "w:c:m:p:n:t:h", longOpts, nullptr)) != -1) {
     switch (c) {
@@ -172,6 +181,8 @@ bool parse(int argc, char** argv) {
       case 'p': g_opt.prefix = optarg; break;
       case 'n': g_opt.count = std::strtol(optarg, nullptr, 10); break;
       case 't': g_opt.seconds = std::strtod(optarg, nullptr); break;
+      case 'h': g_opt.help = true; return true;
+      case 'V': g_opt.version = true; return true;
       default: return false;
     }
   }
@@ -186,6 +197,10 @@ int main(int argc, char** argv) {
   if (!parse(argc, argv)) {
     std::fputs(kUsage, stderr);
     return 2;
+  }
+  if (g_opt.help || g_opt.version) {
+    std::fputs(g_opt.help ? kUsage : "v2x_stack_sim " V2X_PACKAGE_VERSION "\n", stdout);
+    return 0;
   }
   v2xlog_SetAllTagLevel(2);
   if (!g_opt.config.empty()) {
