@@ -88,7 +88,7 @@ apt_opts=(-o "APT::Architecture=$arch" -o "APT::Architectures::=$arch"
 
 make_sysroot() {
   local want
-  want=$(printf '%s\n' "$arch" "${TARGET_PACKAGES[@]}")
+  want=$(printf '%s\n' "layout 2" "$arch" "${TARGET_PACKAGES[@]}")  # layout: how the sysroot is made
   if [ -f "$sysroot/.packages" ] && [ "$(cat "$sysroot/.packages")" = "$want" ]; then
     echo "cross: sysroot for $arch is up to date"
     return
