@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs to build, test and run.
-# Idempotent: packages already present are left alone; apt is only asked when
-# something is missing.
+# Package names given as arguments are installed as well (scripts/cross.sh
+# names the cross compiler and the emulator). Idempotent: packages already
+# present are left alone; apt is only asked when something is missing.
 set -euo pipefail
 
 PACKAGES=(
@@ -20,6 +21,7 @@ PACKAGES=(
   clang libclang-rt-14-dev
   procps
   dpkg-dev debhelper lintian file man-db systemd  # Debian packages, their checks, systemd-analyze
+  "$@"
 )
 
 missing=()

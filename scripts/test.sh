@@ -2,8 +2,8 @@
 # Installs what is missing, builds the five configurations of
 # scripts/build.sh (plain, AddressSanitizer + UBSan, ThreadSanitizer, Release
 # with GCC, Debug with clang) and runs every test through CTest in each, fuzzes
-# every input, then builds and checks the Debian packages. Prints the time of
-# each step.
+# every input, then builds and checks the Debian packages, then the arm64 and
+# armhf builds with their tests under emulation. Prints the time of each step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -37,6 +37,16 @@ echo "== Debian packages"
 DEB_BUILD_OPTIONS=nocheck bash scripts/package.sh || status=1
 times+=("packages: build and check $((SECONDS - start)) s")
 # --- end of Debian packages
+# --- ARM RSUs: arm64 and armhf cross builds, every test under qemu-user, and
+# their Debian packages (scripts/cross.sh; it prints each step's time).
+# V2X_CROSS_ARCHS chooses the architectures (empty: none).
+for arch in ${V2X_CROSS_ARCHS-arm64 armhf}; do
+  start=$SECONDS
+  echo "== cross $arch"
+  bash scripts/cross.sh "$arch" --test --package || status=1
+  times+=("cross $arch: sysroot, build, tests and packages $((SECONDS - start)) s")
+done
+# --- end of ARM RSUs
 
 printf '== %s\n' "${times[@]}"
 exit $status

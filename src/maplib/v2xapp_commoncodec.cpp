@@ -50,7 +50,8 @@ constexpr VRow kVRows[] = {
 
 // Truncation toward zero that stays defined for any finite input.
 long truncToLong(double v) {
-  constexpr double kLimit = 9.2e18;  // just inside the range of a 64-bit long
+  // Just inside the range of long: 64 bits, or 32 on 32-bit ARM.
+  constexpr double kLimit = sizeof(long) >= 8 ? 9.2e18 : 2147483647.0;
   if (v >= kLimit) return LONG_MAX;
   if (v <= -kLimit) return LONG_MIN;
   return static_cast<long>(v);

@@ -41,12 +41,14 @@ void dropRecord(asn_TYPE_descriptor_t& td, T* record) {
 }
 
 // A real (degrees, metres) times its unit factor, truncated toward zero. A
-// product beyond the 64-bit range saturates, so the range check rejects it.
+// product beyond the range of long (64 bits, or 32 on 32-bit ARM) saturates,
+// so the range check rejects it.
 inline long scaleTrunc(double value, double factor) {
+  constexpr double kLimit = sizeof(long) >= 8 ? 9.2e18 : 2147483647.0;
   double scaled = value * factor;
   if (std::isnan(scaled)) return 0;
-  if (scaled >= 9.2e18) return LONG_MAX;
-  if (scaled <= -9.2e18) return LONG_MIN;
+  if (scaled >= kLimit) return LONG_MAX;
+  if (scaled <= -kLimit) return LONG_MIN;
   return static_cast<long>(scaled);
 }
 

@@ -162,7 +162,7 @@ int32 GetLaneTypeFromLaneAttributesJson_old(cJSON* json, LaneAttributes* laneAtt
   } else if (laneAttributes->laneType.present == LaneTypeAttributes_PR_NOTHING) {
     int64 v = 0;
     if (cJSON_IsString(type) && type->valuestring != nullptr) {
-      v = static_cast<int64>(std::strtol(type->valuestring, nullptr, 10));
+      v = static_cast<int64>(std::strtoll(type->valuestring, nullptr, 10));
     } else {
       v = intView(type);
     }

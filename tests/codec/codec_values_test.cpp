@@ -275,7 +275,7 @@ TEST(CodecValues, DecoderRefusesValuesOutsideTheRange) {
   auto d1With = [](uint64_t latField) {
     BitWriter w;
     w.put(0x1, 4).put(0, 2).put(1, 7).put(0, 5).put(0, 3).put(0, 1).put(1, 16);
-    w.put(0, 1).put(latField, 31).put(1165119042 + 1799999999L, 32);
+    w.put(0, 1).put(latField, 31).put(uint64_t{1165119042} + 1799999999, 32);
     return w.bytes;
   };
   Frame ok;

@@ -2,7 +2,9 @@
 // with bounded waits. Header-only, for the process-level tests.
 #pragma once
 
+#include <elf.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -11,6 +13,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,6 +22,44 @@
 #include <vector>
 
 namespace v2xtest {
+
+// In a cross build the tests run under qemu-user (V2X_TEST_EMULATOR, the
+// emulator's path; the target's libraries through QEMU_LD_PREFIX). Programs of
+// the build are started through it too, so the kernel needs no binfmt_misc
+// entry for them; host programs (/bin/sh, chromium) start as they are.
+#ifdef V2X_TEST_EMULATOR
+inline bool isTargetProgram(const std::string& path) {
+  Elf32_Ehdr head{};  // e_machine sits at the same place in 32- and 64-bit headers
+  std::ifstream in(path, std::ios::binary);
+  if (!in.read(reinterpret_cast<char*>(&head), sizeof(head))) return false;
+#if defined(__aarch64__)
+  const int own = EM_AARCH64;
+#elif defined(__arm__)
+  const int own = EM_ARM;
+#else
+  const int own = -1;
+#endif
+  return std::memcmp(head.e_ident, ELFMAG, SELFMAG) == 0 && head.e_machine == own;
+}
+
+// argv as the kernel must see it: the emulator in front of a target program.
+// "/proc/self/exe" would name the emulator in the new process: use the path.
+inline std::vector<std::string> withEmulator(std::vector<std::string> argv) {
+  if (argv.empty() || !isTargetProgram(argv[0])) return argv;
+  if (argv[0] == "/proc/self/exe") {
+    char self[PATH_MAX];
+    const ssize_t n = ::readlink("/proc/self/exe", self, sizeof(self) - 1);
+    if (n > 0) argv[0].assign(self, static_cast<size_t>(n));
+  }
+  argv.insert(argv.begin(), V2X_TEST_EMULATOR);
+  return argv;
+}
+// The words to put in front of a build program in a shell command line.
+inline std::string shellPrefix() { return std::string("'") + V2X_TEST_EMULATOR + "' "; }
+#else
+inline std::vector<std::string> withEmulator(std::vector<std::string> argv) { return argv; }
+inline std::string shellPrefix() { return {}; }
+#endif
 
 class ChildProcess {
  public:
@@ -36,8 +77,9 @@ class ChildProcess {
 
   // Starts argv[0] with the given arguments; extra environment as NAME=VALUE.
   // Standard output is captured; standard error goes to errFile (or /dev/null).
-  bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+  bool start(const std::vector<std::string>& program, const std::vector<std::string>& env = {},
              const std::string& errFile = "/dev/null") {
+    const std::vector<std::string> argv = withEmulator(program);
     int fds[2];
     if (::pipe(fds) != 0) return false;
     pid_ = ::fork();

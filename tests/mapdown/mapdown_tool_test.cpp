@@ -21,7 +21,8 @@ struct ToolRun {
 };
 
 ToolRun runTool(const std::string& args, const char* command = "convert") {
-  std::string cmd = std::string(V2X_BINARY_DIR) + "/tools/v2x_map_tool/v2x_map_tool " + command + " " + args + " 2>&1";
+  std::string cmd =
+      v2xtest::shellPrefix() + V2X_BINARY_DIR + "/tools/v2x_map_tool/v2x_map_tool " + command + " " + args + " 2>&1";
   ToolRun r{-1, {}};
   FILE* p = popen(cmd.c_str(), "r");
   if (p == nullptr) return r;
