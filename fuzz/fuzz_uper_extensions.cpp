@@ -1,17 +1,13 @@
-// Extension additions this module does not know. The input chooses a map
-// (nodes, links, lanes, points, optional members) and, for each extensible
-// SEQUENCE in it (MapData, Node, Link, Lane, RoadPoint), whether it carries
-// unknown additions: how many bitmap bits, which set, each open type's length
-// (up to fragmented ones) with random octets. Nodes may also carry the known
-// prohibited zone, with unknown additions of its own, before theirs. The map is written bit by
-// bit as unaligned PER twice, plain and with the additions.
-//  - The plain frame decodes and encodes back to the same bytes (so the
-//    writer below is right).
-//  - The frame with additions decodes to the same map: it encodes to the
-//    plain bytes.
-//  - With unknown additions on the map, the frame is refused when its last
-//    announced open type is missing or empty, or when its bitmap has no bit
-//    set.
+// Extension additions this module does not know. The input chooses a map and,
+// for each extensible SEQUENCE in it (MapData, Node, Link, Lane, RoadPoint),
+// unknown additions: bitmap bits, which are set, each open type's length (up
+// to fragmented ones) with random octets. Nodes may also carry the known
+// prohibited zone, with unknown additions of its own. The map is written as
+// unaligned PER twice, plain and with the additions:
+//  - the plain frame decodes and encodes back to itself (the writer is right);
+//  - the frame with additions decodes to the plain map;
+//  - with unknown additions on the map, the frame is refused when its last
+//    announced open type is missing or empty, or its bitmap has no bit set.
 #include <algorithm>
 #include <vector>
 
@@ -31,17 +27,6 @@ struct Bits {
       if (count % 8 == 0) bytes.push_back(0);
       if ((value >> i) & 1U) bytes.back() |= static_cast<uint8_t>(0x80U >> (count % 8));
     }
-  }
-  // One octet at any bit position, in at most two pieces.
-  void octet(uint8_t c) {
-    const unsigned shift = count % 8;
-    if (shift == 0) {
-      bytes.push_back(c);
-    } else {
-      bytes.back() |= static_cast<uint8_t>(c >> shift);
-      bytes.push_back(static_cast<uint8_t>(c << (8 - shift)));
-    }
-    count += 8;
   }
 };
 
@@ -168,11 +153,11 @@ class Writer {
     while (left >= 16384) {
       const size_t m = left / 16384 < 4 ? left / 16384 : 4;
       w.put(0xC0 | m, 8);
-      for (size_t i = 0; i < m * 16384; i++) w.octet(next());
+      for (size_t i = 0; i < m * 16384; i++) w.put(next(), 8);
       left -= m * 16384;
     }
     w.put(left < 128 ? left : (0x8000 | left), left < 128 ? 8 : 16);
-    for (size_t i = 0; i < left; i++) w.octet(next());
+    for (size_t i = 0; i < left; i++) w.put(next(), 8);
   }
 
   // Bitmap length, bitmap (known bits, then unknown ones) and open types.

@@ -85,6 +85,15 @@ std::vector<unsigned> nineThen(const std::vector<unsigned>& rest) {
   return v;
 }
 
+// Hands text to a receiver in samples of these sizes.
+void feed(void (*receive)(void*, unsigned int), std::string& text, const std::vector<unsigned>& samples) {
+  size_t at = 0;
+  for (unsigned len : samples) {
+    receive(text.data() + at, len);
+    at += len;
+  }
+}
+
 // A map-down document of exactly len bytes (spaces before the last brace),
 // its envelope keys at the end: only a complete join reads them.
 std::string mapDoc(const std::string& eTag, const std::string& seqNum, size_t len) {
@@ -123,11 +132,7 @@ TEST_F(CloudLink, MapDownSamplesAreJoinedIntoTheDocument) {
     std::string doc = mapDoc(eTag, seqNum, c.len);
     doc.resize(doc.size() + 1024, '\0');
     newLog();
-    size_t at = 0;
-    for (unsigned len : c.samples) {
-      v2xcloud_ddsRecvMapDown(doc.data() + at, len);
-      at += len;
-    }
+    feed(v2xcloud_ddsRecvMapDown, doc, c.samples);
     EXPECT_NE(newLog().find(c.log), std::string::npos) << c.log;
     v2xcloud_map_data_t* got = nullptr;
     ASSERT_EQ(v2xcloud_GetMapDownData(&got), 0);
@@ -160,13 +165,8 @@ TEST_F(CloudLink, FieldDropsOverlongMapDownWhole) {
     std::string big = mapDoc("big-" + tag, "1", c.len) + std::string(1024, '\0');
     std::string good = mapDoc("good-" + tag, "2", 2000);
     newLog();
-    size_t at = 0;
-    for (unsigned len : c.samples) {
-      v2xcloud_ddsRecvMapDown(big.data() + at, len);
-      at += len;
-    }
-    v2xcloud_ddsRecvMapDown(good.data(), 1024);
-    v2xcloud_ddsRecvMapDown(good.data() + 1024, 976);
+    feed(v2xcloud_ddsRecvMapDown, big, c.samples);
+    feed(v2xcloud_ddsRecvMapDown, good, {1024, 976});
     const std::string log = newLog();
     EXPECT_EQ(v2xtest::countOf(log, "Map msg of " + std::to_string(c.len) + " bytes is over 9999, dropped"), 1u) << log;
     EXPECT_EQ(v2xtest::countOf(log, "recv_total:"), 1u) << "only the good document is read\n" << log;
@@ -205,11 +205,7 @@ TEST_F(CloudLink, UploadAcknowledgementSamplesAreJoined) {
     for (const auto& c : cases) {
       SCOPED_TRACE(std::string(r.name) + ": " + c.name);
       newLog();
-      size_t at = 0;
-      for (unsigned len : c.samples) {
-        r.receive(source.data() + at, len);
-        at += len;
-      }
+      feed(r.receive, source, c.samples);
       const std::string log = newLog();
       size_t from = 0;
       for (std::string note : c.notes) {

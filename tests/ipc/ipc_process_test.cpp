@@ -4,7 +4,6 @@
 // directory: the log tool's requests, a missing stack peer, a sliced map from
 // the cloud to the stack peer, faulty and over-long documents.
 #include <gtest/gtest.h>
-#include <mbedtls/md5.h>
 #include <signal.h>
 
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "map_store_files.h"
 #include "udp_peer.h"
 
 namespace {
@@ -137,14 +137,6 @@ TEST_F(IpcProcess, LogToolIsServedAndBadRequestsGetNoReplyWithoutAStackPeer) {
   EXPECT_FALSE(std::regex_search(log(), std::regex(R"(\]\[ERR\][^\n]*UDP send error)")));
 }
 
-std::string md5Hex(const std::string& data) {
-  unsigned char sum[16];
-  mbedtls_md5_ret(reinterpret_cast<const unsigned char*>(data.data()), data.size(), sum);
-  char hex[33];
-  for (int i = 0; i < 16; ++i) std::snprintf(hex + 2 * i, 3, "%02x", sum[i]);
-  return hex;
-}
-
 // The whole road: the cloud publishes a map of three slices; the service
 // stores and acknowledges each, tells the stack peer about each file, and its
 // next requests carry the time of the stored map. The same map again is
@@ -170,7 +162,8 @@ TEST_F(IpcProcess, SlicedMapIsStoredAcknowledgedAnnouncedAndReported) {
   for (int id = 2; id >= 0; --id) {
     const std::string file = v2xtest::readFile(work_.file("mapdata/map_data_" + std::to_string(id)));
     ASSERT_FALSE(file.empty()) << id;
-    EXPECT_TRUE(sim.waitForOutput("notice: file id " + std::to_string(id) + ", md5 " + md5Hex(file) + ", file time 0"))
+    EXPECT_TRUE(
+        sim.waitForOutput("notice: file id " + std::to_string(id) + ", md5 " + v2xtest::md5Hex(file) + ", file time 0"))
         << sim.output();
   }
 
@@ -233,8 +226,7 @@ TEST_F(CloudLinkProcess, FaultyAndOverlongDocumentsAreAnsweredAndTheServiceGoesO
 // and a 12000-byte message is dropped whole (one line, nothing of it read);
 // the map after it is stored.
 TEST_F(CloudLinkProcess, FieldRefusesWrongTypesAndDropsOverlongMessagesWhole) {
-  const std::string cfg = work_.file("conf/v2x_map_convert.cfg");
-  v2xtest::writeFile(cfg, "profile = \"field\";\n" + v2xtest::readFile(cfg));
+  v2xtest::setProfile(work_.path(), "field");
   startService();
   const std::string textLat = R"({"mapSlice":"1","eTag":"T1","ack":true,"seqNum":"21","map":{"nodes":[{"id":{"id":7},)"
                               R"("refPos":{"lon":121.16,"lat":"31.28"}}]}})";

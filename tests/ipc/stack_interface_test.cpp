@@ -144,27 +144,9 @@ TEST_F(StackInterface, NoticeGoesOutWhileARequestWaits) {
   EXPECT_EQ(log().find("UDP send error"), std::string::npos);
 }
 
-// Three maps in one answer: the reference walk finds the first two only (the
-// third is looked for at the wrong place), the field profile finds all three.
-TEST_F(StackInterface, EveryMapOfAnAnswerUnderTheFieldProfile) {
-  const Bytes answer = packet(21, rsuBody(10, 3, mapItems({kMap0, kMap1, kMap0})));
-  const struct {
-    map_conv_profile_e profile;
-    int32 ret;
-    const char* last;  // the last map decoded
-  } cases[] = {{MAP_CONV_PROFILE_REFERENCE, -4, "map 1 of 3 decoded"},
-               {MAP_CONV_PROFILE_FIELD, 0, "map 2 of 3 decoded"}};
-  for (const auto& c : cases) {
-    v2xmapconv_SetProfile(c.profile);
-    Bytes buf(answer);
-    v2xpub_UdpSocketDataHead_t d{static_cast<int16>(buf.size()), buf.data()};
-    const size_t logged = log().size();
-    EXPECT_EQ(v2xmapconv_GetMapDataResp(&d), c.ret) << c.last;
-    EXPECT_NE(log().find(c.last, logged), std::string::npos) << c.last;
-  }
-  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
-}
-
+// The checks of a map data response. Three maps in one answer: the reference
+// walk finds the first two only (the third is looked for at the wrong place),
+// the field profile finds all three.
 TEST_F(StackInterface, ResponseChecks) {
   const Bytes noMaps = rsuBody(10, 0, {});
   auto cut = [](Bytes p) {  // one byte less received, the head's body length to match
@@ -178,6 +160,7 @@ TEST_F(StackInterface, ResponseChecks) {
     Bytes bytes;
     int32 ret;
     const char* logText;  // expected in the log, or nullptr
+    map_conv_profile_e profile = MAP_CONV_PROFILE_REFERENCE;
   } cases[] = {
       {"bad head flag", packet(21, noMaps, 0, 0xA6), -3, "v2xmapconv_GetMapDataResp headflag error"},
       {"length mismatch", packet(21, noMaps, 1), -4, "v2xmapconv_GetMapDataResp too large ; error"},
@@ -194,8 +177,13 @@ TEST_F(StackInterface, ResponseChecks) {
       {"second map past the end", cut(packet(21, rsuBody(10, 2, mapItems({kMap0, kMap1})))), -4, "map 1 at offset"},
       {"second map undecodable", packet(21, rsuBody(10, 2, mapItems({kMap0, {0xFF, 0xFF}}))), -5,
        "v2xapp_GBMapUperDecode error"},
+      {"three maps, reference walk", packet(21, rsuBody(10, 3, mapItems({kMap0, kMap1, kMap0}))), -4,
+       "map 1 of 3 decoded"},
+      {"three maps, field profile", packet(21, rsuBody(10, 3, mapItems({kMap0, kMap1, kMap0}))), 0,
+       "map 2 of 3 decoded", MAP_CONV_PROFILE_FIELD},
   };
   for (const auto& c : cases) {
+    v2xmapconv_SetProfile(c.profile);
     Bytes buf(c.bytes);  // exactly the received bytes on the heap: a read past them is caught
     v2xpub_UdpSocketDataHead_t d{static_cast<int16>(buf.size()), buf.data()};
     const size_t logged = log().size();
@@ -204,6 +192,7 @@ TEST_F(StackInterface, ResponseChecks) {
       EXPECT_NE(log().find(c.logText, logged), std::string::npos) << c.name;
     }
   }
+  v2xmapconv_SetProfile(MAP_CONV_PROFILE_REFERENCE);
   EXPECT_EQ(v2xmapconv_GetMapDataResp(nullptr), -2);
 }
 

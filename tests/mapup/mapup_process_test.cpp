@@ -144,12 +144,6 @@ TEST(MapUpProcess, StackMapsAreUploadedEverySecond) {
   stack.waitExit();
 }
 
-// Turns the field profile on in a working directory's configuration.
-void fieldProfile(const std::string& workDir) {
-  const std::string cfg = workDir + "/conf/v2x_map_convert.cfg";
-  v2xtest::writeFile(cfg, "profile = \"field\";\n" + v2xtest::readFile(cfg));
-}
-
 // A map whose upload is over 9999 bytes: 16 lanes of 31 points each.
 std::string bigMapXer() {
   std::string lanes;
@@ -195,7 +189,7 @@ TEST(MapUpProcess, FieldUploadsEveryMapAsValidJson) {
   v2xtest::TempDir work;
   const std::string device = v2xtest::uniqueDevice("UPF");
   ASSERT_TRUE(v2xtest::prepareWorkdir(work.path(), device));
-  fieldProfile(work.path());
+  v2xtest::setProfile(work.path(), "field");
   ChildProcess stack, cloud, service;
   startStackPeer(stack, work, {uper(kMaps[0]), uper(kMaps[1]), uper(bigMapXer().c_str())});
   if (::testing::Test::HasFatalFailure()) return;
@@ -214,16 +208,9 @@ TEST(MapUpProcess, FieldUploadsEveryMapAsValidJson) {
     cJSON* doc = cJSON_ParseWithOpts(text.c_str(), nullptr, 1);
     ASSERT_NE(doc, nullptr) << text.substr(0, 200);
     slices.push_back(cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(doc, "mapSlice")));
-    const cJSON* lane = cJSON_GetArrayItem(
-        cJSON_GetObjectItemCaseSensitive(
-            cJSON_GetArrayItem(
-                cJSON_GetObjectItemCaseSensitive(
-                    cJSON_GetArrayItem(
-                        cJSON_GetObjectItemCaseSensitive(cJSON_GetObjectItemCaseSensitive(doc, "map"), "nodes"), 0),
-                    "inLinks"),
-                0),
-            "lanes"),
-        0);
+    const cJSON* lane = cJSON_GetObjectItemCaseSensitive(doc, "map");  // first node, link, lane
+    for (const char* key : {"nodes", "inLinks", "lanes"})
+      lane = cJSON_GetArrayItem(cJSON_GetObjectItemCaseSensitive(lane, key), 0);
     std::u32string maneuvers;
     const char* m = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(lane, "maneuvers"));
     if (slices.back() == "0") {

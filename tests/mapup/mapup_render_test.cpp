@@ -12,27 +12,18 @@
 #include <string>
 #include <vector>
 
+#include "../codec/codec_test_util.h"
 #include "map_conv_mapup.h"
 #include "map_conv_mapup_print.h"
 #include "map_conv_profile.h"
 
 namespace {
 
-template <class T>
-T* make() {
-  return static_cast<T*>(std::calloc(1, sizeof(T)));
-}
+using codectest::make;
+using codectest::setBits;
 template <class T, class List>
 T* append(List& list) {
-  T* e = make<T>();
-  asn_set_add(&list.list, e);
-  return e;
-}
-template <class T>
-T* value(long v) {
-  T* p = make<T>();
-  *p = v;
-  return p;
+  return codectest::add(list, make<T>());
 }
 // Exactly these bytes, no terminator after them.
 template <class S>
@@ -44,14 +35,9 @@ S* bytes(const std::vector<uint8_t>& b, int unused = 0) {
   if constexpr (std::is_same_v<S, BIT_STRING_t>) s->bits_unused = unused;
   return s;
 }
-void setBits(BIT_STRING_t& target, const std::vector<uint8_t>& b) {
-  BIT_STRING_t* s = bytes<BIT_STRING_t>(b);
-  target = *s;
-  std::free(s);
-}
 void ref(NodeReferenceID_t& r, long id, long region = -1) {
   r.id = id;
-  if (region >= 0) r.region = value<RoadRegulatorID_t>(region);
+  if (region >= 0) r.region = make<RoadRegulatorID_t>(region);
 }
 PointList* points(PointList*& list) { return list != nullptr ? list : (list = make<PointList>()); }
 
@@ -94,7 +80,7 @@ void nodeAndLinks(MessageFrame_t* f) {
   ref(node->id, 7, 1);
   node->refPos.lat = 312800000;
   node->refPos.Long = 1211600000;
-  node->refPos.elevation = value<Elevation_t>(46);
+  node->refPos.elevation = make<Elevation_t>(46);
   node->inLinks = make<LinkList>();
   // Movements without points are lost; no lanes still gives "lanes": [].
   Link_t* l1 = append<Link_t>(*node->inLinks);
@@ -128,7 +114,7 @@ void nodeAndLinks(MessageFrame_t* f) {
   ref(append<Movement_t>(*l3->movements)->remoteIntersection, 11, 1);
   Movement_t* mv = append<Movement_t>(*l3->movements);
   ref(mv->remoteIntersection, 12);
-  mv->phaseId = value<PhaseID_t>(4);
+  mv->phaseId = make<PhaseID_t>(4);
   // A second node without links or elevation.
   Node_t* n2 = append<Node_t>(m.nodes);
   ref(n2->id, 20);
@@ -152,11 +138,11 @@ void lanes(MessageFrame_t* f) {
 
   Lane_t* b = append<Lane_t>(link->lanes);
   b->laneID = 2;
-  b->laneWidth = value<LaneWidth_t>(350);
+  b->laneWidth = make<LaneWidth_t>(350);
   b->laneAttributes = make<LaneAttributes>();
   b->laneAttributes->shareWith = bytes<BIT_STRING_t>({0x03, 0xFF}, 6);
   b->laneAttributes->laneType.present = LaneTypeAttributes_PR_bikeLane;
-  setBits(b->laneAttributes->laneType.choice.bikeLane, {0x00, 0x05});
+  setBits(b->laneAttributes->laneType.choice.bikeLane, "0000000000000101");
   b->maneuvers = bytes<BIT_STRING_t>({0x80, 0x00}, 4);
   b->connectsTo = make<ConnectsToList>();
   Connection_t* c = append<Connection_t>(*b->connectsTo);
@@ -164,7 +150,7 @@ void lanes(MessageFrame_t* f) {
   c->connectingLane = make<ConnectingLane>();
   c->connectingLane->lane = 4;
   c->connectingLane->maneuver = bytes<BIT_STRING_t>({'A', 'B'});  // no zero byte
-  c->phaseId = value<PhaseID_t>(5);
+  c->phaseId = make<PhaseID_t>(5);
   ref(append<Connection_t>(*b->connectsTo)->remoteIntersection, 6, 1);
   b->speedLimits = make<SpeedLimitList>();
   append<RegulatorySpeedLimit_t>(*b->speedLimits)->type = 5;
@@ -187,7 +173,7 @@ void lanes(MessageFrame_t* f) {
   c3->laneID = 3;
   c3->laneAttributes = make<LaneAttributes>();
   c3->laneAttributes->laneType.present = LaneTypeAttributes_PR_vehicle;
-  setBits(c3->laneAttributes->laneType.choice.vehicle, {0x80});
+  setBits(c3->laneAttributes->laneType.choice.vehicle, "10000000");
   c3->maneuvers = bytes<BIT_STRING_t>({0x00, 0x10}, 4);  // first byte zero: empty text
   c3->connectsTo = make<ConnectsToList>();
   Connection_t* c2 = append<Connection_t>(*c3->connectsTo);
@@ -207,7 +193,7 @@ TEST(MapUpRender, DocumentTexts) {
   const std::string tag64(64, 'x');
   const std::vector<RenderCase> cases = {
       {"empty node list, full envelope",
-       [](MessageFrame_t* f) { f->choice.mapFrame.timeStamp = value<MinuteOfTheYear_t>(5); },
+       [](MessageFrame_t* f) { f->choice.mapFrame.timeStamp = make<MinuteOfTheYear_t>(5); },
        {3, "E1", true, "12"},
        R"({"mapSlice":"3","map":{"timeStamp":5,"nodes":[]},"eTag":"E1","ack":true,"seqNum":"12"})"},
       {"ack false: neither ack nor seqNum",
@@ -280,7 +266,8 @@ TEST(MapUpRender, FieldWritesHighBytesEscaped) {
       {MAP_CONV_PROFILE_REFERENCE, R"({"mapSlice":"0","map":{"nodes":[{"name":")"
                                    "\xC0\xA0x" +
                                        tail + "\x80" + R"("}]}]}]},"eTag":"E"})"},
-      {MAP_CONV_PROFILE_FIELD, R"({"mapSlice":"0","map":{"nodes":[{"name":"\u00c0\u00a0x)" + tail + R"(\u0080"}]}]}]},"eTag":"E"})"},
+      {MAP_CONV_PROFILE_FIELD,
+       R"({"mapSlice":"0","map":{"nodes":[{"name":"\u00c0\u00a0x)" + tail + R"(\u0080"}]}]}]},"eTag":"E"})"},
   };
   for (const auto& c : cases) {
     v2xmapconv_SetProfile(c.profile);

@@ -166,14 +166,8 @@ TEST(MapViewInsets, SlimLanesAreShownInAnInsetPerIntersection) {
   // Lane 1 of the first link of the first node: a metre before its stop end.
   cJSON* doc = cJSON_Parse(v2xtest::readFile(sample).c_str());
   ASSERT_NE(doc, nullptr);
-  const cJSON* lane = cJSON_GetArrayItem(
-      cJSON_GetObjectItem(
-          cJSON_GetArrayItem(
-              cJSON_GetObjectItem(cJSON_GetArrayItem(cJSON_GetObjectItem(cJSON_GetObjectItem(doc, "map"), "nodes"), 0),
-                                  "inLinks"),
-              0),
-          "lanes"),
-      0);
+  const cJSON* lane = cJSON_GetObjectItem(doc, "map");
+  for (const char* key : {"nodes", "inLinks", "lanes"}) lane = cJSON_GetArrayItem(cJSON_GetObjectItem(lane, key), 0);
   const cJSON* points = cJSON_GetObjectItem(lane, "points");
   const int last = cJSON_GetArraySize(points) - 1;
   auto at = [&](int i, const char* key) {
