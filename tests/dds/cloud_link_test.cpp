@@ -161,7 +161,7 @@ TEST_F(CloudLink, FieldDropsOverlongMapDownWhole) {
   for (size_t i = 0; i < std::size(cases); ++i) {
     const auto& c = cases[i];
     SCOPED_TRACE(c.len);
-    const std::string tag = "F" + std::to_string(i) + "-" + std::to_string(getpid());
+    const std::string tag = std::string("F") + std::to_string(i) + "-" + std::to_string(getpid());
     std::string big = mapDoc("big-" + tag, "1", c.len) + std::string(1024, '\0');
     std::string good = mapDoc("good-" + tag, "2", 2000);
     newLog();

@@ -68,8 +68,9 @@ TEST_F(MapDiff, ReportsExactlyWhatChangedByIdsInAnyForm) {
       const cJSON* v = cJSON_GetObjectItem(d, key);
       return std::string(cJSON_IsString(v) ? v->valuestring : "");
     };
-    got.push_back(get("change") + " " + get("element") + (get("attribute").empty() ? "" : " " + get("attribute")) +
-                  (get("before").empty() ? "" : " " + get("before") + " > " + get("after")));
+    got.push_back(get("change") + " " + get("element") +
+                  (get("attribute").empty() ? "" : std::string(" ") + get("attribute")) +
+                  (get("before").empty() ? "" : std::string(" ") + get("before") + " > " + get("after")));
     if (get("change") == "moved") metres = cJSON_GetObjectItem(d, "metres")->valuedouble;
   }
   cJSON_Delete(out);

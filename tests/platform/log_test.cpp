@@ -158,7 +158,7 @@ TEST_F(LogTest, RepeatsAreSummedUp) {
   };
   auto err = [](const std::string& t) { return Write{&g_testTag, 2, t}; };
   std::vector<Write> distinct;
-  for (int i = 0; i <= V2XLOG_REPEAT_SLOTS; ++i) distinct.push_back(err("S" + std::to_string(i)));
+  for (int i = 0; i <= V2XLOG_REPEAT_SLOTS; ++i) distinct.push_back(err(std::string("S") + std::to_string(i)));
   distinct.push_back(err("S0"));
   std::vector<std::string> distinctOut;
   for (int i = 0; i <= V2XLOG_REPEAT_SLOTS; ++i) distinctOut.push_back("[TLOG][ERR] S" + std::to_string(i));
