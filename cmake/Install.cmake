@@ -156,10 +156,12 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/src/maplib/include/
 
 # The API reference (target docs) and the example program with the -dev files.
 if(V2X_DOCS_HTML)
-  install(DIRECTORY ${V2X_DOCS_HTML}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/html COMPONENT dev)
+  # Without Doxygen's bundled jQuery: the pages are plain (no script menus).
+  install(DIRECTORY ${V2X_DOCS_HTML}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libv2xmap-dev/html COMPONENT dev
+    PATTERN jquery.js EXCLUDE)
 endif()
 install(FILES ${PROJECT_SOURCE_DIR}/examples/map_example.c ${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/v2x-map-convert-dev/examples COMPONENT dev)
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libv2xmap-dev/examples COMPONENT dev)
 
 install(EXPORT V2xMapTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)
 install(EXPORT V2xMapStaticTargets NAMESPACE v2x:: DESTINATION ${V2XMAP_CMAKE_DIR} COMPONENT dev)

@@ -16,7 +16,7 @@ prefix="$tmp/prefix"
 for component in dev runtime; do
   quiet cmake --install "$build" --prefix "$prefix" --component "$component"
 done
-share="$prefix/share/doc/v2x-map-convert-dev"
+share="$prefix/share/doc/libv2xmap-dev"
 [ -f "$share/examples/map_example.c" ] || fail "example not installed"
 if [ "$docs" = 1 ]; then
   grep -q "v2xapp_GBMapLaneSetManeuverFlags" "$share/html/v2xapp__gbmap__build_8h.html" ||
