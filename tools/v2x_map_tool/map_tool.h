@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+struct cJSON;
+
 namespace maptool {
 
 // Exit codes shared by all subcommands.
@@ -26,6 +28,10 @@ struct Command {
 
 // Registers a subcommand; used through V2X_MAP_TOOL_COMMAND at namespace scope.
 bool registerCommand(const Command& cmd);
+
+// Prints doc as one line of JSON on standard output ("{}" if it cannot be
+// printed) and deletes it.
+void printJsonLine(cJSON* doc);
 
 // Prints "v2x_map_tool <cmd>: <message>" on standard error.
 void fail(const char* cmd, const char* fmt, ...) __attribute__((format(printf, 2, 3)));

@@ -235,10 +235,7 @@ void printJson(const char* a, const char* b, const std::vector<Difference>& diff
     if (d.change == "moved") cJSON_AddNumberToObject(e, "metres", std::round(d.metres * 1000.0) / 1000.0);
     cJSON_AddItemToArray(list, e);
   }
-  char* out = cJSON_PrintUnformatted(o);
-  std::printf("%s\n", out != nullptr ? out : "{}");
-  cJSON_free(out);
-  cJSON_Delete(o);
+  printJsonLine(o);
 }
 
 int runDiff(int argc, char** argv) {

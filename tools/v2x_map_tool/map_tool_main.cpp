@@ -1,4 +1,6 @@
 // v2x_map_tool entry: global options, the subcommand table and shared file helpers.
+#include <cjson/cJSON.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -46,6 +48,13 @@ void printUsage(FILE* out) {
 bool registerCommand(const Command& cmd) {
   commands().push_back(cmd);
   return true;
+}
+
+void printJsonLine(cJSON* doc) {
+  char* text = cJSON_PrintUnformatted(doc);
+  std::printf("%s\n", text != nullptr ? text : "{}");
+  cJSON_free(text);
+  cJSON_Delete(doc);
 }
 
 void fail(const char* cmd, const char* fmt, ...) {

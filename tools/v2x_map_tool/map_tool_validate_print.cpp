@@ -89,10 +89,7 @@ void printJson(const std::string& name, const Validation& v) {
   cJSON* ack = v.readable && !v.tooLong ? cJSON_Parse(v.ack.c_str()) : nullptr;
   cJSON_AddItemToObject(o, "ack", ack != nullptr ? ack : cJSON_CreateNull());
   cJSON_AddBoolToObject(o, "ackRequested", v.ackRequested);
-  char* text = cJSON_PrintUnformatted(o);
-  std::printf("%s\n", text != nullptr ? text : "{}");
-  cJSON_free(text);
-  cJSON_Delete(o);
+  printJsonLine(o);
 }
 
 int runValidate(int argc, char** argv) {
